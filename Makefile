@@ -1,0 +1,24 @@
+# Thin front end over CMake. Every target first installs what is missing.
+BUILD ?= build/host
+PHONE ?= build/phone
+
+.PHONY: all deps build run test clean
+
+all: build
+
+deps:
+	@tools/install-deps
+
+build: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD) -j$$(nproc)
+
+run: build
+	@./ftsim new $(PHONE) --force
+	@./ftsim run $(PHONE)
+
+test: build
+	@cd $(BUILD) && ctest --output-on-failure
+
+clean:
+	rm -rf build

@@ -1,0 +1,14 @@
+// The system shell. Every command line the console runs goes through here.
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Flushes standard output, then runs `cmdline` with /bin/sh -c.
+// Returns what system() returns: -1 when no shell could be started.
+int shell_run(const char *cmdline);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,192 @@
+// The console's whole vocabulary. The dispatcher tests the words in this order;
+// a row without a handler belongs to a test this console does not have yet.
+#include <cstdio>
+
+#include "factory/program.h"
+#include "platform/numbers.h"
+#include "shell/dispatch.h"
+#include "shell/help.h"
+#include "shell/quoted_value.h"
+#include "wireless/wifi_mfg.h"
+
+namespace {
+
+// ---- sub-word families -------------------------------------------------------
+
+constexpr Command kProgramSubs[] = {
+    {"write", [](CommandLine &l) { return programWrite(l.word(2), take_quoted_value(l, 3)); }},
+    {"writecommit",
+     [](CommandLine &l) { return programWriteCommit(l.word(2), take_quoted_value(l, 3)); }},
+    {"commit", [](CommandLine &) { return programCommit(); }},
+    {"list", [](CommandLine &l) { return programList(l.word(2)); }},
+    {"read", [](CommandLine &l) { return programRead(l.word(2)); }},
+    {"reset", [](CommandLine &l) { return programReset(l.word(2)); }},
+};
+
+constexpr Command kLcdSubs[] = {
+    {"fill"}, {"crosshair"}, {"invertgrid"}, {"half_filled"}, {"fl"},
+};
+
+constexpr Command kWifiSubs[] = {
+    {"mac_get"}, {"scan"}, {"start"}, {"stop"}, {"cap"},
+};
+
+constexpr Command kBtSubs[] = {
+    {"on"}, {"off"}, {"mac_get"}, {"scan"}, {"init"}, {"cap"},
+};
+
+constexpr char kMfgOptions[] =
+    "Not a valid command option. Please check ft help for mfg command options.";
+
+constexpr Command kMfgWifiSubs[] = {
+    {"start", [](CommandLine &) { return mfg_wifi_start(); }},
+    {"stop", [](CommandLine &) { return mfg_wifi_stop(); }},
+};
+
+constexpr Command kMfgSubs[] = {
+    {"wifi", nullptr, kMfgWifiSubs, kMfgOptions},
+    // Bluetooth test mode needs nothing from the console.
+    {"bt", [](CommandLine &) { return 0; }},
+};
+
+constexpr Command kTolmaSubs[] = {
+    {"regulatory"},
+};
+
+// ---- L2 switch argument checks -------------------------------------------------
+
+constexpr std::string_view k01[] = {"0", "1"};
+constexpr std::string_view k012[] = {"0", "1", "2"};
+constexpr std::string_view k012all[] = {"0", "1", "2", "all"};
+constexpr std::string_view k2[] = {"2"};
+constexpr std::string_view k1to4[] = {"1", "2", "3", "4"};
+constexpr std::string_view k1to6[] = {"1", "2", "3", "4", "5", "6"};
+
+bool is_vlan_index(const char *w) {
+    if (!w[0]) return false;
+    if (std::string_view(w) == "all") return true;
+    return static_cast<unsigned>(parse_int(w)) < 4096u;
+}
+
+#define L2_REFUSE(cmd, what) "\n" cmd "() FAIL. " what " not valid ! "
+
+constexpr ArgCheck kPortCntrs[] = {{1, k012, nullptr, L2_REFUSE("l2portCntrs", "port")}};
+constexpr ArgCheck kPortResetCntrs[] = {
+    {1, k012all, nullptr, L2_REFUSE("l2portResetCntrs", "port")}};
+constexpr ArgCheck kGetMac[] = {{1, k01, nullptr, L2_REFUSE("l2getmac", "port")}};
+constexpr ArgCheck kGetPhyReg[] = {{1, k01, nullptr, L2_REFUSE("l2getPhyRegValue", "port")}};
+constexpr ArgCheck kInit[] = {{1, k01, nullptr, L2_REFUSE("l2Init", "port")}};
+constexpr ArgCheck kSetAutoMdix[] = {{1, k01, nullptr, L2_REFUSE("l2setAutoMDIX", "port")},
+                                     {2, k01, nullptr, L2_REFUSE("l2setAutoMDIX", "mode")}};
+constexpr ArgCheck kGetAutoMdix[] = {{1, k01, nullptr, L2_REFUSE("l2getAutoMDIX", "port")}};
+constexpr ArgCheck kSetLinkStatus[] = {
+    {1, k012, nullptr, L2_REFUSE("l2setLinkStatus", "port")},
+    {2, k1to4, nullptr, L2_REFUSE("l2setLinkStatus", "status")}};
+constexpr ArgCheck kGetLinkStatus[] = {{1, k01, nullptr, L2_REFUSE("l2getLinkStatus", "port")}};
+constexpr ArgCheck kSetLinkMode[] = {{1, k012, nullptr, L2_REFUSE("l2setLinkMode", "port")},
+                                     {2, k1to6, nullptr, L2_REFUSE("l2setLinkMode", "status")}};
+constexpr ArgCheck kGetLinkMode[] = {{1, k01, nullptr, L2_REFUSE("l2getLinkMode", "port")}};
+// The PVID check reports with the counters' message.
+constexpr ArgCheck kGetPvid[] = {{1, k012, nullptr, L2_REFUSE("l2portCntrs", "port")}};
+constexpr ArgCheck kGetPortPriority[] = {
+    {1, k012, nullptr, L2_REFUSE("l2GetPortPriority", "port")}};
+constexpr ArgCheck kGetVlanMbrCfg[] = {
+    {1, {}, is_vlan_index, L2_REFUSE("l2GetVlan_mbrCfg", "parameter")}};
+constexpr ArgCheck kSetGreenEthernet[] = {
+    {1, k01, nullptr, "\nl2SetGreenEthernetPort() FAIL. mode not valid !"}};
+constexpr ArgCheck kGetEee[] = {{1, k01, nullptr, L2_REFUSE("l2GetEEEPort", "port")}};
+constexpr ArgCheck kSetEee[] = {{1, k01, nullptr, L2_REFUSE("l2SetEEEPort", "port")},
+                                {2, k01, nullptr, L2_REFUSE("l2SetEEEPort", "mode")}};
+constexpr ArgCheck kRgmiiDelay[] = {
+    {1, k2, nullptr, "\nl2rgmiiDelayExt_set() FAIL. port not valid (only cpu_port (2) ) ! "},
+    {2, k01, nullptr, L2_REFUSE("l2rgmiiDelayExt_set", "txDelay")}};
+constexpr ArgCheck kSetSsc[] = {{1, k01, nullptr, L2_REFUSE("l2setSSC", "SSC status")}};
+
+#undef L2_REFUSE
+
+int general_help(CommandLine &) {
+    std::puts("\n");
+    printHelp();
+    return 0;
+}
+
+// ---- the table -------------------------------------------------------------------
+
+constexpr Command kTable[] = {
+    {"help", general_help},
+    {"h", general_help},
+    {"?", general_help},
+    {"quit", nullptr, {}, nullptr, {}, true},
+    {"q", nullptr, {}, nullptr, {}, true},
+    {"info", [](CommandLine &) { return info(); }},
+    {"program", nullptr, kProgramSubs, kNotValidCommand},
+    {"production", [](CommandLine &l) { return production(l.word(1)); }},
+    {"audio", [](CommandLine &) { printAudioHelp(); return 0; }},
+    {"loop"},
+    {"section508"},
+    {"tone"},
+    {"warn"},
+    {"lcd", nullptr, kLcdSubs, kNotValidCommand},
+    {"lcd_digit"},
+    {"backlight"},
+    {"rawbacklight"},
+    {"wifi", nullptr, kWifiSubs,
+     "Not a valid command option. Please check ft help for wifi command options."},
+    {"bt", nullptr, kBtSubs,
+     "Not a valid command option. Please check ft help for BT command options."},
+    {"mfg", nullptr, kMfgSubs, kMfgOptions},
+    {"flash"},
+    {"sdram"},
+    {"setport"},
+    {"ethled"},
+    {"eth"},
+    {"ip"},
+    {"key"},
+    {"jackdet"},
+    {"jackkeydet"},
+    {"ping"},
+    {"led"},
+    {"send"},
+    {"get"},
+    // Only "tolma regulatory" is a command; anything else is no command at all.
+    {"tolma", nullptr, kTolmaSubs, kNotValidCommand},
+    {"usblist"},
+    {"usbrw"},
+    {"usb"},
+    {"hookswitch"},
+    {"ehs"},
+    {"camera"},
+    {"cradle"},
+    {"gencert"},
+    {"l2", [](CommandLine &) { printL2Help(); return 0; }},
+    {"l2resetSettings"},
+    {"l2portCntrs", nullptr, {}, nullptr, kPortCntrs},
+    {"l2portResetCntrs", nullptr, {}, nullptr, kPortResetCntrs},
+    {"l2getmac", nullptr, {}, nullptr, kGetMac},
+    {"l2printMacTable"},
+    {"l2getRegValue"},
+    {"l2getPhyRegValue", nullptr, {}, nullptr, kGetPhyReg},
+    {"l2Init", nullptr, {}, nullptr, kInit},
+    {"l2setAutoMDIX", nullptr, {}, nullptr, kSetAutoMdix},
+    {"l2getAutoMDIX", nullptr, {}, nullptr, kGetAutoMdix},
+    {"l2setLinkStatus", nullptr, {}, nullptr, kSetLinkStatus},
+    {"l2getLinkStatus", nullptr, {}, nullptr, kGetLinkStatus},
+    {"l2setLinkMode", nullptr, {}, nullptr, kSetLinkMode},
+    {"l2getLinkMode", nullptr, {}, nullptr, kGetLinkMode},
+    {"l2GetPVID", nullptr, {}, nullptr, kGetPvid},
+    {"l2GetPortPriority", nullptr, {}, nullptr, kGetPortPriority},
+    {"l2GetVlan_mbrCfg", nullptr, {}, nullptr, kGetVlanMbrCfg},
+    {"l2ShowAllRules"},
+    {"l2DelAllRules"},
+    {"l2GetGreenEthernetPort"},
+    {"l2SetGreenEthernetPort", nullptr, {}, nullptr, kSetGreenEthernet},
+    {"l2GetEEEPort", nullptr, {}, nullptr, kGetEee},
+    {"l2SetEEEPort", nullptr, {}, nullptr, kSetEee},
+    {"l2rgmiiDelayExt_set", nullptr, {}, nullptr, kRgmiiDelay},
+    {"l2getSSC"},
+    {"l2setSSC", nullptr, {}, nullptr, kSetSsc},
+};
+
+}  // namespace
+
+const Span<Command> kCommands = kTable;

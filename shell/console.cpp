@@ -1,0 +1,64 @@
+#include "shell/console.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <readline/history.h>
+#include <readline/readline.h>
+
+#include "shell/dispatch.h"
+#include "shell/watchdog.h"
+#include "shell/words.h"
+
+namespace {
+
+// Each step prints its own messages; none of them stops the console.
+void start_up() {
+    disableWatchdog();
+    std::putchar('\n');
+}
+
+void shut_down() {}
+
+// Owns the line the editor hands us.
+struct EditorLine {
+    char *text;
+    ~EditorLine() { std::free(text); }
+};
+
+void set_up_line_editor() {
+    // A tab is part of a word, never a completion request.
+    rl_bind_key('\t', rl_insert);
+    // Stations read the screen and the pipe as plain text: no paste brackets.
+    rl_variable_bind("enable-bracketed-paste", "off");
+}
+
+}  // namespace
+
+int console_main() {
+    // A station reading a pipe must see every line as it is printed.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    set_up_line_editor();
+    start_up();
+
+    static CommandLine line;
+    for (;;) {
+        std::fflush(stdout);
+        EditorLine input{readline("ft>")};
+        if (!input.text) break;   // the station closed its end: leave as "quit" does
+        if (!input.text[0]) continue;
+        add_history(input.text);
+
+        SplitResult r = split_line(input.text, line.words);
+        if (const char *refusal = split_refusal(r)) {
+            std::puts(refusal);
+            continue;
+        }
+        if (r == SplitResult::kNoWords) continue;
+        if (dispatch(line) == Dispatch::kQuit) break;
+    }
+
+    shut_down();
+    std::fflush(stdout);
+    return 0;
+}

@@ -1,0 +1,3 @@
+#include "shell/console.h"
+
+int main() { return console_main(); }

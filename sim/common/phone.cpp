@@ -1,0 +1,88 @@
+#include "sim/common/phone.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+struct Fd {
+    int fd;
+    ~Fd() {
+        if (fd >= 0) ::close(fd);
+    }
+};
+
+bool write_all(int fd, const char *data, size_t len) {
+    while (len) {
+        ssize_t n = ::write(fd, data, len);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        len -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+const char *phone_dir() {
+    const char *d = std::getenv("FTSIM_DIR");
+    return d && d[0] ? d : "/sim";
+}
+
+std::string phone_path(const std::string &rel) { return std::string(phone_dir()) + "/" + rel; }
+
+bool fault(const std::string &name) {
+    struct stat st;
+    return ::stat(phone_path("faults/" + name).c_str(), &st) == 0;
+}
+
+bool write_atomically(const std::string &rel, const char *data, size_t len) {
+    std::string path = phone_path(rel);
+    std::string tmp = path + ".tmp." + std::to_string(::getpid());
+    {
+        Fd f{::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)};
+        if (f.fd < 0) return false;
+        if (!write_all(f.fd, data, len) || ::fsync(f.fd) != 0) {
+            ::unlink(tmp.c_str());
+            return false;
+        }
+    }
+    if (::rename(tmp.c_str(), path.c_str()) != 0) {
+        ::unlink(tmp.c_str());
+        return false;
+    }
+    std::string dir = path.substr(0, path.rfind('/'));
+    Fd d{::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (d.fd >= 0) ::fsync(d.fd);
+    return true;
+}
+
+bool read_file(const std::string &rel, std::string &out, size_t max) {
+    out.clear();
+    Fd f{::open(phone_path(rel).c_str(), O_RDONLY | O_CLOEXEC)};
+    if (f.fd < 0) return false;
+    char buf[256];
+    while (out.size() < max) {
+        ssize_t n = ::read(f.fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        out.append(buf, static_cast<size_t>(n));
+    }
+    if (out.size() > max) out.resize(max);
+    return true;
+}
+
+void append_line(const std::string &rel, const std::string &line) {
+    Fd f{::open(phone_path(rel).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644)};
+    if (f.fd < 0) return;
+    std::string l = line + "\n";
+    write_all(f.fd, l.data(), l.size());
+}
+
+}  // namespace sim

@@ -1,0 +1,56 @@
+"""A simulated phone: a folder that holds its filesystems, devices and state."""
+import os
+import shutil
+
+REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+ROOTFS = os.path.join(REPO, "sim", "rootfs")
+
+# The phone's own filesystems, bound over the sandbox's root.
+FILESYSTEMS = ("system", "reserved", "cache", "data", "tmp", "sys")
+# Simulator state, seen as /sim inside the sandbox.
+STATE_DIRS = ("store", "faults", "log", "run", "dev", "unplugged")
+
+
+class UsageError(Exception):
+    pass
+
+
+class Phone:
+    def __init__(self, path):
+        self.path = os.path.abspath(path)
+
+    def p(self, *rel):
+        return os.path.join(self.path, *rel)
+
+    def exists(self):
+        return os.path.isfile(self.p("run", "phone"))
+
+    def require(self):
+        if not self.exists():
+            raise UsageError(f"{self.path}: not a phone (make one with: ftsim new PHONE)")
+        return self
+
+    def create(self, force=False):
+        if os.path.lexists(self.path):
+            if not force:
+                raise UsageError(f"{self.path} exists (use --force to replace it)")
+            shutil.rmtree(self.path)
+        for d in FILESYSTEMS + STATE_DIRS:
+            os.makedirs(self.p(d))
+        shutil.copytree(ROOTFS, self.path, dirs_exist_ok=True)
+        for d in ("system/lib", "system/etc"):
+            os.makedirs(self.p(d), exist_ok=True)
+        from ftsim import devices, store
+        store.create(self)
+        devices.create_all(self)
+        open(self.p("log", "calls"), "w").close()
+        open(self.p("run", "phone"), "w").close()
+
+
+def write_atomically(path, data):
+    tmp = f"{path}.tmp.{os.getpid()}"
+    with open(tmp, "wb") as f:
+        f.write(data)
+        f.flush()
+        os.fsync(f.fileno())
+    os.replace(tmp, path)
