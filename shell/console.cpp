@@ -5,6 +5,7 @@
 #include <cstring>
 #include <readline/history.h>
 #include <readline/readline.h>
+#include <unistd.h>
 
 #include "shell/dispatch.h"
 #include "shell/watchdog.h"
@@ -31,6 +32,12 @@ void set_up_line_editor() {
     rl_bind_key('\t', rl_insert);
     // Stations read the screen and the pipe as plain text: no paste brackets.
     rl_variable_bind("enable-bracketed-paste", "off");
+    // Reading a pipe, the editor would fold long lines at an assumed 80 columns
+    // and echo them with redraws; a station's script wants each line echoed whole.
+    if (!isatty(STDIN_FILENO)) {
+        rl_initialize();
+        rl_set_screen_size(24, 4096);
+    }
 }
 
 }  // namespace

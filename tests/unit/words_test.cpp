@@ -1,1 +1,67 @@
 #include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "shell/words.h"
+
+namespace {
+
+struct SplitCase {
+    std::string line;
+    SplitResult result;
+    std::vector<std::string> words;
+};
+
+std::string words_of(int n, const std::string &w) {
+    std::string s;
+    for (int i = 0; i < n; ++i) s += (i ? " " : "") + w;
+    return s;
+}
+
+TEST(SplitLine, WordsLimitsAndTheirOrder) {
+    const std::string w99(99, 'a'), w100(100, 'a');
+    const SplitCase cases[] = {
+        {"info", SplitResult::kOk, {"info"}},
+        {"   info   ", SplitResult::kOk, {"info"}},
+        {"ft info", SplitResult::kOk, {"info"}},
+        {"ft ft  ft info ft", SplitResult::kOk, {"info", "ft"}},
+        {"info\t", SplitResult::kOk, {"info\t"}},             // only blanks separate
+        {"program  write\tx  y", SplitResult::kOk, {"program", "write\tx", "y"}},
+        {"ftinfo", SplitResult::kOk, {"ftinfo"}},
+        {"", SplitResult::kNoWords, {}},
+        {"     ", SplitResult::kNoWords, {}},
+        {"ft ft", SplitResult::kNoWords, {}},
+        {std::string(255, ' ') , SplitResult::kNoWords, {}},
+        {std::string(256, ' '), SplitResult::kLineTooLong, {}},
+        {words_of(20, "w"), SplitResult::kOk, std::vector<std::string>(20, "w")},
+        {"ft " + words_of(20, "w"), SplitResult::kOk, std::vector<std::string>(20, "w")},
+        {words_of(21, "w"), SplitResult::kTooManyWords, {}},
+        {w99 + " x", SplitResult::kOk, {w99, "x"}},
+        {w100, SplitResult::kWordTooLong, {}},
+        // The checks come in a fixed order whatever else is wrong with the line.
+        {w100 + " " + words_of(20, "w"), SplitResult::kTooManyWords, {}},
+        {w100 + " " + words_of(80, "ww"), SplitResult::kLineTooLong, {}},
+    };
+    for (const SplitCase &c : cases) {
+        ArgWords out;
+        std::memset(&out, 'x', sizeof out);  // stale words must not survive
+        EXPECT_EQ(split_line(c.line.c_str(), out), c.result) << c.line;
+        ASSERT_EQ(out.count, c.words.size()) << c.line;
+        for (size_t i = 0; i < kWordSlots; ++i) {
+            std::string expect = i < c.words.size() ? c.words[i] : "";
+            EXPECT_EQ(std::string(out.slot[i]), expect) << c.line << " slot " << i;
+        }
+    }
+}
+
+TEST(SplitLine, RefusalTexts) {
+    EXPECT_STREQ(split_refusal(SplitResult::kLineTooLong), "Line too long (255 characters at most)");
+    EXPECT_STREQ(split_refusal(SplitResult::kTooManyWords), "Too many words (20 at most)");
+    EXPECT_STREQ(split_refusal(SplitResult::kWordTooLong), "Word too long (99 characters at most)");
+    EXPECT_EQ(split_refusal(SplitResult::kOk), nullptr);
+    EXPECT_EQ(split_refusal(SplitResult::kNoWords), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,69 @@
+"""Drives ./ftsim the way a station's script does."""
+import os
+import re
+import subprocess
+
+import pytest
+
+REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+FTSIM = os.path.join(REPO, "ftsim")
+GOLDEN = os.path.join(os.path.dirname(os.path.abspath(__file__)), "golden")
+
+# The one line that changes with every build.
+BUILD_STAMP = re.compile(r"^Factory Test [A-Z][a-z]{2} [ 1-3]\d \d{4} \d\d:\d\d:\d\d$", re.M)
+
+
+def ftsim(*args, input=None, timeout=30):
+    return subprocess.run([FTSIM, *map(str, args)], input=input, capture_output=True,
+                          text=True, timeout=timeout)
+
+
+def golden(name):
+    with open(os.path.join(GOLDEN, name)) as f:
+        return f.read()
+
+
+def startup(watchdog=True):
+    """What the console prints before its first prompt, for the devices present."""
+    text = "Opening watchdog file at /dev/watchdog ... "
+    text += "Disabling watchdog timer.\n" if watchdog else "watchdog file could not be opened\n"
+    return text + "\n"
+
+
+def transcript(*steps, eof=False):
+    """The console's output for (line, output) steps read from a pipe: the editor
+    echoes the prompt and each line. With eof, the input ends after the last step."""
+    text = "".join(f"ft>{line}\n{out}" for line, out in steps)
+    return text + ("ft>" if eof else "")
+
+
+class Phone:
+    def __init__(self, path):
+        self.path = path
+
+    def run(self, *lines, timeout=30):
+        """Pipes the lines into the console; returns (output, exit status)."""
+        text = "".join(line + "\n" for line in lines)
+        r = ftsim("run", self.path, input=text, timeout=timeout)
+        return BUILD_STAMP.sub("Factory Test <build>", r.stdout), r.returncode
+
+    def values(self):
+        r = ftsim("store", self.path)
+        assert r.returncode == 0, r.stderr
+        return dict(line.split("=", 1) for line in r.stdout.splitlines())
+
+    def __getattr__(self, verb):
+        """phone.fault("shell") runs ./ftsim fault PHONE shell, and so on."""
+        def call(*args):
+            r = ftsim(verb, self.path, *args)
+            assert r.returncode == 0, r.stderr
+            return r.stdout
+        return call
+
+
+@pytest.fixture
+def phone(tmp_path):
+    path = tmp_path / "phone"
+    r = ftsim("new", path)
+    assert r.returncode == 0, r.stderr
+    return Phone(str(path))

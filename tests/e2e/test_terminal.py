@@ -1,0 +1,46 @@
+"""The console on a terminal, as an operator types at it."""
+import pexpect
+
+from conftest import FTSIM, startup
+
+UP = "\x1b[A"
+
+
+def spawn(phone):
+    return pexpect.spawn(FTSIM, ["run", phone.path], encoding="utf-8", timeout=10,
+                         dimensions=(40, 300))
+
+
+def screen(text):
+    return text.replace("\n", "\r\n")
+
+
+def test_session_with_history(phone):
+    c = spawn(phone)
+    c.expect_exact("ft>")
+    assert c.before == screen(startup())
+    long_line = "program read " + "x" * 250
+    steps = [("program write hwver 7", "PASS\n"),
+             (long_line, "Line too long (255 characters at most)\n"),
+             ("   ", ""),
+             ("program read hwver", 'HW_VER = "7"\n')]
+    for line, out in steps:
+        c.sendline(line)
+        c.expect_exact("ft>")
+        assert c.before == screen(line + "\n" + out)
+    # Refused and blank lines are in the history too: three steps back is the long one.
+    c.send(UP * 3 + "\r")
+    c.expect_exact("Line too long (255 characters at most)\r\nft>")
+    c.sendline("quit")
+    c.expect(pexpect.EOF)
+    c.close()
+    assert c.exitstatus == 0
+
+
+def test_end_of_input_quits(phone):
+    c = spawn(phone)
+    c.expect_exact("ft>")
+    c.sendeof()
+    c.expect(pexpect.EOF)
+    c.close()
+    assert c.exitstatus == 0

@@ -1,0 +1,14 @@
+// Records command lines instead of running them: a unit test never reboots the host.
+#include "tests/unit/fake_shell.h"
+
+#include "platform/shell.h"
+
+std::vector<std::string> &shell_calls() {
+    static std::vector<std::string> calls;
+    return calls;
+}
+
+extern "C" int shell_run(const char *cmdline) {
+    shell_calls().push_back(cmdline);
+    return 0;
+}
