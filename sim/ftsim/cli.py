@@ -1,30 +1,52 @@
 """ftsim: the station engineer's simulated phone."""
+import importlib
 import os
+import pkgutil
 import sys
 
-from ftsim import devices, sandbox, store
-from ftsim.phone import Phone, UsageError
+import ftsim
+from ftsim import sandbox
+from ftsim.phone import Phone
+from ftsim.registry import (COMMANDS, DEVICES, FAULTS, NEW_OPTIONS, SETTINGS, Usage,
+                            UsageError)
 
-USAGE = """usage: ftsim new PHONE [--force]
-       ftsim run [--build host] PHONE
-       ftsim store PHONE [NAME VALUE]
-       ftsim fault PHONE store-read NAME | store-write NAME | store-mode | shell | clear
-       ftsim unplug|plug PHONE DEVICE
-       ftsim show PHONE DEVICE
-       ftsim calls PHONE
-devices: """ + ", ".join(devices.DEVICES)
+# Every device module registers itself on import.
+for _mod in sorted(m.name for m in pkgutil.iter_modules(ftsim.__path__)):
+    if _mod.startswith("dev_"):
+        importlib.import_module("ftsim." + _mod)
 
 
-class Usage(Exception):
-    pass
+def usage():
+    new_opts = "".join(f" [{u}]" for u, _ in NEW_OPTIONS.values())
+    faults = " | ".join(k + (" ARG" if v else "") for k, v in FAULTS.items())
+    lines = [f"usage: ftsim new PHONE [--force]{new_opts}",
+             "       ftsim run [--build host] PHONE",
+             f"       ftsim fault PHONE {faults} | clear",
+             "       ftsim unplug|plug|show PHONE DEVICE",
+             "       ftsim calls PHONE"]
+    lines += [f"       {u}" for u, _ in COMMANDS.values()]
+    lines += [f"       ftsim set PHONE {u}" for u, _ in SETTINGS.values()]
+    lines.append("devices: " + ", ".join(sorted(DEVICES)))
+    return "\n".join(lines)
 
 
 def cmd_new(args):
-    force = "--force" in args
-    rest = [a for a in args if a != "--force"]
+    force, options, rest = False, {k[2:]: d for k, (_, d) in NEW_OPTIONS.items()}, []
+    it = iter(args)
+    for a in it:
+        if a == "--force":
+            force = True
+        elif a in NEW_OPTIONS:
+            options[a[2:]] = next(it, None)
+            if options[a[2:]] is None:
+                raise Usage()
+        elif a.startswith("--"):
+            raise Usage()
+        else:
+            rest.append(a)
     if len(rest) != 1:
         raise Usage()
-    Phone(rest[0]).create(force)
+    Phone(rest[0]).create(options, force)
 
 
 def cmd_run(args):
@@ -38,19 +60,6 @@ def cmd_run(args):
     return sandbox.run(Phone(args[0]), build)
 
 
-def cmd_store(args):
-    if len(args) == 1:
-        print("\n".join(store.listing(Phone(args[0]).require())))
-    elif len(args) == 3:
-        store.set_value(Phone(args[0]).require(), args[1], args[2])
-    else:
-        raise Usage()
-
-
-# Fault name -> whether it takes a parameter name.
-FAULTS = {"store-read": True, "store-write": True, "store-mode": False, "shell": False}
-
-
 def cmd_fault(args):
     if len(args) < 2:
         raise Usage()
@@ -59,10 +68,10 @@ def cmd_fault(args):
         for f in os.listdir(phone.p("faults")):
             os.remove(phone.p("faults", f))
         return
-    if name not in FAULTS or len(rest) != int(FAULTS[name]):
+    if name not in FAULTS or len(rest) != (FAULTS[name] is not None):
         raise Usage()
     if rest:
-        name += "." + store.storage_name(rest[0])
+        name += "." + FAULTS[name](rest[0])
     open(phone.p("faults", name), "w").close()
 
 
@@ -70,7 +79,11 @@ def _device_cmd(action):
     def cmd(args):
         if len(args) != 2:
             raise Usage()
-        phone, device = Phone(args[0]).require(), devices.get(args[1])
+        phone = Phone(args[0]).require()
+        device = DEVICES.get(args[1])
+        if device is None or not hasattr(device, action):
+            raise UsageError(f"no device {args[1]!r} to {action} "
+                             f"(one of: {', '.join(sorted(d for d in DEVICES if hasattr(DEVICES[d], action)))})")
         result = getattr(device, action)(phone)
         if result:
             print("\n".join(result))
@@ -84,26 +97,33 @@ def cmd_calls(args):
         sys.stdout.write(f.read())
 
 
-COMMANDS = {
+def cmd_set(args):
+    if len(args) != 3 or args[1] not in SETTINGS:
+        raise Usage()
+    SETTINGS[args[1]][1](Phone(args[0]).require(), args[2])
+
+
+BUILTIN = {
     "new": cmd_new,
     "run": cmd_run,
-    "store": cmd_store,
     "fault": cmd_fault,
     "unplug": _device_cmd("unplug"),
     "plug": _device_cmd("plug"),
     "show": _device_cmd("show"),
     "calls": cmd_calls,
+    "set": cmd_set,
 }
 
 
 def main(argv):
-    if not argv or argv[0] not in COMMANDS:
-        print(USAGE, file=sys.stderr)
+    verbs = dict(BUILTIN, **{k: f for k, (_, f) in COMMANDS.items()})
+    if not argv or argv[0] not in verbs:
+        print(usage(), file=sys.stderr)
         return 2
     try:
-        return COMMANDS[argv[0]](argv[1:]) or 0
+        return verbs[argv[0]](argv[1:]) or 0
     except Usage:
-        print(USAGE, file=sys.stderr)
+        print(usage(), file=sys.stderr)
         return 2
     except UsageError as e:
         print(f"ftsim: {e}", file=sys.stderr)

@@ -1,57 +1,34 @@
-"""The phone's devices: what `new` makes, `unplug`/`plug` take away and give
-back, and `show` prints."""
+"""Shared shapes of simulated devices."""
 import os
 
-from ftsim.phone import UsageError
 
+class FileNode:
+    """A device node stood for by one file (or FIFO, or folder) under dev/.
+    Unplugging moves it to unplugged/, so its record survives; plugging moves it back."""
+    name = None
+    node = None
 
-class FileDevice:
-    """A device node stood for by one file under dev/ of the phone's folder."""
-
-    def __init__(self, name, node):
-        self.name = name
-        self.node = node
-
-    def create(self, phone):
+    def create(self, phone, options):
         open(phone.p("dev", self.node), "wb").close()
 
-    def _where(self, phone):
+    def plugged(self, phone):
+        return os.path.lexists(phone.p("dev", self.node))
+
+    def read(self, phone):
         for d in ("dev", "unplugged"):
-            if os.path.exists(phone.p(d, self.node)):
-                return phone.p(d, self.node)
-        return None
+            try:
+                with open(phone.p(d, self.node), "rb") as f:
+                    return f.read()
+            except FileNotFoundError:
+                pass
+        return b""
 
     def unplug(self, phone):
-        if os.path.exists(phone.p("dev", self.node)):
+        if self.plugged(phone):
             os.replace(phone.p("dev", self.node), phone.p("unplugged", self.node))
 
     def plug(self, phone):
-        if os.path.exists(phone.p("unplugged", self.node)):
+        if os.path.lexists(phone.p("unplugged", self.node)):
             os.replace(phone.p("unplugged", self.node), phone.p("dev", self.node))
-        elif not os.path.exists(phone.p("dev", self.node)):
-            self.create(phone)
-
-
-class Watchdog(FileDevice):
-    def __init__(self):
-        super().__init__("watchdog", "watchdog")
-
-    def show(self, phone):
-        where = self._where(phone)
-        data = open(where, "rb").read() if where else b""
-        plugged = os.path.exists(phone.p("dev", self.node))
-        return ["written=" + data.decode("latin-1"), f"present={'yes' if plugged else 'no'}"]
-
-
-DEVICES = {d.name: d for d in (Watchdog(),)}
-
-
-def get(name):
-    if name not in DEVICES:
-        raise UsageError(f"unknown device {name!r} (one of: {', '.join(DEVICES)})")
-    return DEVICES[name]
-
-
-def create_all(phone):
-    for d in DEVICES.values():
-        d.create(phone)
+        elif not self.plugged(phone):
+            self.create(phone, {})

@@ -2,17 +2,15 @@
 import os
 import shutil
 
+from ftsim.registry import DEVICES, UsageError
+
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 ROOTFS = os.path.join(REPO, "sim", "rootfs")
 
 # The phone's own filesystems, bound over the sandbox's root.
 FILESYSTEMS = ("system", "reserved", "cache", "data", "tmp", "sys")
-# Simulator state, seen as /sim inside the sandbox.
+# Simulator state, seen under /sim inside the sandbox with the rest of the folder.
 STATE_DIRS = ("store", "faults", "log", "run", "dev", "unplugged")
-
-
-class UsageError(Exception):
-    pass
 
 
 class Phone:
@@ -30,7 +28,7 @@ class Phone:
             raise UsageError(f"{self.path}: not a phone (make one with: ftsim new PHONE)")
         return self
 
-    def create(self, force=False):
+    def create(self, options, force=False):
         if os.path.lexists(self.path):
             if not force:
                 raise UsageError(f"{self.path} exists (use --force to replace it)")
@@ -40,11 +38,13 @@ class Phone:
         shutil.copytree(ROOTFS, self.path, dirs_exist_ok=True)
         for d in ("system/lib", "system/etc"):
             os.makedirs(self.p(d), exist_ok=True)
-        from ftsim import devices, store
-        store.create(self)
-        devices.create_all(self)
         open(self.p("log", "calls"), "w").close()
+        for dev in DEVICES.values():
+            dev.create(self, options)
         open(self.p("run", "phone"), "w").close()
+
+    def fault(self, name):
+        return os.path.exists(self.p("faults", name))
 
 
 def write_atomically(path, data):

@@ -6,7 +6,8 @@ import shutil
 import signal
 import subprocess
 
-from ftsim.phone import REPO, UsageError
+from ftsim.phone import REPO
+from ftsim.registry import UsageError
 
 BUILDS = ("host",)
 

@@ -3,54 +3,106 @@
 // the host kernel cannot give: the phone's device nodes are files and FIFOs in
 // the phone's folder, opened here in their place, and the system shell is
 // recorded (and can be made to fail) on its way out.
+#include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "sim/common/phone.h"
+#include "sim/preload/nodes.h"
+
+namespace preload {
 
 namespace {
 
-// A phone device node and the file in the phone's folder that stands for it.
-struct Node {
-    const char *dev;
-    const char *file;
-    int extra_flags;   // O_APPEND: the file records every byte written
-};
+constexpr int kMaxFds = 4096;
+// The node each descriptor was opened through, and the stand-in's inode: a
+// descriptor number reused by a socket or a pipe is never taken for the node.
+std::atomic<const DeviceNode *> g_fd_nodes[kMaxFds];
+std::atomic<unsigned long long> g_fd_inodes[kMaxFds];
 
-constexpr Node kNodes[] = {
-    {"/dev/watchdog", "dev/watchdog", O_APPEND},
-};
-
-const Node *node_for(const char *path) {
-    if (!path) return nullptr;
-    for (const Node &n : kNodes)
-        if (std::strcmp(path, n.dev) == 0) return &n;
-    return nullptr;
+unsigned long long inode_of(int fd) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) return 0;
+    return (static_cast<unsigned long long>(st.st_dev) << 32) ^ st.st_ino;
 }
 
-template <typename Fn>
-Fn real(const char *name) {
-    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+std::vector<const DeviceNode *> &registry() {
+    static std::vector<const DeviceNode *> nodes;
+    return nodes;
 }
 
-// Opens the stand-in of `path` when it is a phone node; -2 when it is not one.
-// An unplugged device (no stand-in file) fails as a missing node does.
-int open_node(const char *path, int flags) {
-    const Node *n = node_for(path);
-    if (!n) return -2;
-    using OpenFn = int (*)(const char *, int, ...);
-    static OpenFn real_open = real<OpenFn>("open");
-    std::string file = sim::phone_path(n->file);
-    return real_open(file.c_str(), (flags & ~O_CREAT) | n->extra_flags | O_CLOEXEC);
+void track(int fd, const DeviceNode *node) {
+    if (fd < 0 || fd >= kMaxFds) return;
+    g_fd_inodes[fd].store(node ? inode_of(fd) : 0);
+    g_fd_nodes[fd].store(node);
 }
+
+}  // namespace
+
+void add_nodes(const DeviceNode *nodes, size_t count) {
+    for (size_t i = 0; i < count; ++i) registry().push_back(&nodes[i]);
+}
+
+const DeviceNode *node_of(int fd) {
+    if (fd < 0 || fd >= kMaxFds) return nullptr;
+    const DeviceNode *node = g_fd_nodes[fd].load();
+    if (node && g_fd_inodes[fd].load() != inode_of(fd)) return nullptr;
+    return node;
+}
+
+bool map_path(const char *path, std::string &stand_in, const DeviceNode **node) {
+    if (!path || path[0] != '/') return false;
+    for (const DeviceNode *n : registry()) {
+        size_t len = std::strlen(n->path);
+        bool folder = len && n->path[len - 1] == '/';
+        std::string rest;
+        if (!folder) {
+            if (std::strcmp(path, n->path) != 0) continue;
+        } else if (std::strncmp(path, n->path, len) == 0) {
+            rest = path + len;
+        } else if (std::strncmp(path, n->path, len - 1) == 0 && path[len - 1] == '\0') {
+            rest = "";   // the folder itself
+        } else {
+            continue;
+        }
+        stand_in = sim::phone_path(n->file) + rest;
+        if (node) *node = n;
+        return true;
+    }
+    return false;
+}
+
+}  // namespace preload
+
+namespace {
+
+using preload::DeviceNode;
+using preload::next;
 
 bool has_mode(int flags) { return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE; }
+
+// Opens the stand-in of a phone node; -2 when `path` is not one. An unplugged
+// device (no stand-in) fails as a missing node does.
+int open_node(const char *path, int flags) {
+    std::string stand_in;
+    const DeviceNode *node = nullptr;
+    if (!preload::map_path(path, stand_in, &node)) return -2;
+    using OpenFn = int (*)(const char *, int, ...);
+    static OpenFn real_open = next<OpenFn>("open");
+    int fd = real_open(stand_in.c_str(), (flags & ~O_CREAT) | node->extra_flags);
+    preload::track(fd, node);
+    return fd;
+}
 
 __attribute__((constructor)) void preload_init() {
     unsetenv("LD_PRELOAD");
@@ -75,8 +127,10 @@ extern "C" {
         int fd = open_node(path, flags);                              \
         if (fd != -2) return fd;                                      \
         using Fn = int (*)(const char *, int, ...);                   \
-        static Fn next = real<Fn>(#name);                             \
-        return next(path, flags, mode);                               \
+        static Fn real = next<Fn>(#name);                             \
+        fd = real(path, flags, mode);                                 \
+        preload::track(fd, nullptr);                                  \
+        return fd;                                                    \
     }
 
 OPEN_WRAPPER(open)
@@ -94,27 +148,96 @@ OPEN_WRAPPER(open64)
         int fd = open_node(path, flags);                              \
         if (fd != -2) return fd;                                      \
         using Fn = int (*)(int, const char *, int, ...);              \
-        static Fn next = real<Fn>(#name);                             \
-        return next(dirfd, path, flags, mode);                        \
+        static Fn real = next<Fn>(#name);                             \
+        fd = real(dirfd, path, flags, mode);                          \
+        preload::track(fd, nullptr);                                  \
+        return fd;                                                    \
     }
 
 OPENAT_WRAPPER(openat)
 OPENAT_WRAPPER(openat64)
 
-int __open_2(const char *path, int flags) {
-    int fd = open_node(path, flags);
-    if (fd != -2) return fd;
-    using Fn = int (*)(const char *, int);
-    static Fn next = real<Fn>("__open_2");
-    return next(path, flags);
+#define OPEN2_WRAPPER(name)                                           \
+    int name(const char *path, int flags) {                           \
+        int fd = open_node(path, flags);                              \
+        if (fd != -2) return fd;                                      \
+        using Fn = int (*)(const char *, int);                        \
+        static Fn real = next<Fn>(#name);                             \
+        fd = real(path, flags);                                       \
+        preload::track(fd, nullptr);                                  \
+        return fd;                                                    \
+    }
+
+OPEN2_WRAPPER(__open_2)
+OPEN2_WRAPPER(__open64_2)
+
+#define FOPEN_WRAPPER(name)                                           \
+    FILE *name(const char *path, const char *mode) {                  \
+        using Fn = FILE *(*)(const char *, const char *);             \
+        static Fn real = next<Fn>(#name);                             \
+        std::string stand_in;                                         \
+        const DeviceNode *node = nullptr;                             \
+        if (!preload::map_path(path, stand_in, &node))                \
+            return real(path, mode);                                  \
+        FILE *f = real(stand_in.c_str(), mode);                       \
+        if (f) preload::track(fileno(f), node);                       \
+        return f;                                                     \
+    }
+
+FOPEN_WRAPPER(fopen)
+FOPEN_WRAPPER(fopen64)
+
+DIR *opendir(const char *path) {
+    using Fn = DIR *(*)(const char *);
+    static Fn real = next<Fn>("opendir");
+    std::string stand_in;
+    return real(preload::map_path(path, stand_in) ? stand_in.c_str() : path);
 }
 
-int __open64_2(const char *path, int flags) {
-    int fd = open_node(path, flags);
-    if (fd != -2) return fd;
+#define STAT_WRAPPER(name, type)                                      \
+    int name(const char *path, struct type *st) {                     \
+        using Fn = int (*)(const char *, struct type *);              \
+        static Fn real = next<Fn>(#name);                             \
+        std::string stand_in;                                         \
+        return real(preload::map_path(path, stand_in) ? stand_in.c_str() : path, st); \
+    }
+
+STAT_WRAPPER(stat, stat)
+STAT_WRAPPER(stat64, stat64)
+STAT_WRAPPER(lstat, stat)
+STAT_WRAPPER(lstat64, stat64)
+
+int access(const char *path, int mode) {
     using Fn = int (*)(const char *, int);
-    static Fn next = real<Fn>("__open64_2");
-    return next(path, flags);
+    static Fn real = next<Fn>("access");
+    std::string stand_in;
+    return real(preload::map_path(path, stand_in) ? stand_in.c_str() : path, mode);
+}
+
+int close(int fd) {
+    using Fn = int (*)(int);
+    static Fn real = next<Fn>("close");
+    preload::track(fd, nullptr);
+    return real(fd);
+}
+
+int fclose(FILE *f) {
+    using Fn = int (*)(FILE *);
+    static Fn real = next<Fn>("fclose");
+    if (f) preload::track(fileno(f), nullptr);
+    return real(f);
+}
+
+int ioctl(int fd, unsigned long request, ...) {
+    va_list ap;
+    va_start(ap, request);
+    void *arg = va_arg(ap, void *);
+    va_end(ap);
+    const DeviceNode *node = preload::node_of(fd);
+    if (node && node->ioctl) return node->ioctl(fd, request, arg);
+    using Fn = int (*)(int, unsigned long, ...);
+    static Fn real = next<Fn>("ioctl");
+    return real(fd, request, arg);
 }
 
 // Every command line the console hands to the shell is recorded, one per line.
@@ -131,8 +254,8 @@ int system(const char *cmdline) {
         if (sim::fault("shell")) return -1;
     }
     using Fn = int (*)(const char *);
-    static Fn next = real<Fn>("system");
-    return next(cmdline);
+    static Fn real = next<Fn>("system");
+    return real(cmdline);
 }
 
 }  // extern "C"

@@ -1,0 +1,1 @@
+// The simulated model-specific maker library: each device adds its own file here.

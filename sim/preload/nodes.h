@@ -1,0 +1,44 @@
+// How a simulated device joins the preload library: it registers the device
+// nodes it stands in for, and answers the ioctls made on them.
+#pragma once
+
+#include <cstddef>
+#include <dlfcn.h>
+#include <string>
+
+namespace preload {
+
+struct DeviceNode {
+    // The path the console opens. A path ending in '/' covers everything below
+    // it (and the folder itself, for opendir and stat).
+    const char *path;
+    // The stand-in, relative to the phone's folder; same trailing '/' rule.
+    const char *file;
+    // Added to the console's open flags (O_APPEND: the file records every write).
+    int extra_flags;
+    // ioctls on a descriptor opened through this node; null leaves them to the
+    // file itself. Returns what ioctl returns, errno set on failure.
+    int (*ioctl)(int fd, unsigned long request, void *arg);
+};
+
+// Registers a family of nodes; call it from a static constructor of the device's file.
+void add_nodes(const DeviceNode *nodes, size_t count);
+
+template <size_t N>
+void add_nodes(const DeviceNode (&nodes)[N]) {
+    add_nodes(nodes, N);
+}
+
+// The node that descriptor `fd` was opened through, or null.
+const DeviceNode *node_of(int fd);
+
+// The stand-in of `path` when it is a phone node (and the node), else false.
+bool map_path(const char *path, std::string &stand_in, const DeviceNode **node = nullptr);
+
+// The next definition of a wrapped libc symbol.
+template <typename Fn>
+Fn next(const char *name) {
+    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace preload
