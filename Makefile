@@ -1,24 +1,49 @@
 # Thin front end over CMake. Every target first installs what is missing.
-BUILD ?= build/host
+#   host: the native build    asan: AddressSanitizer + UBSan    arm: the phone's armhf build
 PHONE ?= build/phone
+JOBS := $(shell nproc)
 
-.PHONY: all deps build run test clean
+.PHONY: all deps host asan arm run test test-host test-asan test-arm clean
 
-all: build
+all: host asan arm
 
 deps:
 	@tools/install-deps
 
-build: deps
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-	@cmake --build $(BUILD) -j$$(nproc)
+host: deps
+	@cmake -S . -B build/host -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFT_BUILD_NAME=host >/dev/null
+	@cmake --build build/host -j$(JOBS)
 
-run: build
+asan: deps
+	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DFT_BUILD_NAME=asan -DFT_SANITIZE=ON >/dev/null
+	@cmake --build build/asan -j$(JOBS)
+
+arm: deps
+	@tools/arm-sysroot build/arm/sysroot
+	@cmake -S . -B build/arm -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFT_BUILD_NAME=arm \
+		-DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/armhf.cmake >/dev/null
+	@cmake --build build/arm -j$(JOBS)
+
+run: host
 	@./ftsim new $(PHONE) --force
 	@./ftsim run $(PHONE)
 
-test: build
-	@cd $(BUILD) && ctest --output-on-failure
+# Every suite runs against every build; the run fails if any of them fails.
+test: all
+	@status=0; \
+	for b in host asan arm; do \
+	  echo "=== tests: $$b build"; \
+	  (cd build/$$b && ctest --output-on-failure) || status=1; \
+	done; exit $$status
+
+test-host: host
+	@cd build/host && ctest --output-on-failure
+
+test-asan: asan
+	@cd build/asan && ctest --output-on-failure
+
+test-arm: arm
+	@cd build/arm && ctest --output-on-failure
 
 clean:
 	rm -rf build

@@ -20,7 +20,8 @@ def usage():
     new_opts = "".join(f" [{u}]" for u, _ in NEW_OPTIONS.values())
     faults = " | ".join(k + (" ARG" if v else "") for k, v in FAULTS.items())
     lines = [f"usage: ftsim new PHONE [--force]{new_opts}",
-             "       ftsim run [--build host] PHONE",
+             "       ftsim run [--build host|asan|arm] PHONE",
+             "       ftsim exec [--build host|asan|arm] PHONE PROGRAM [ARGS...]",
              f"       ftsim fault PHONE {faults} | clear",
              "       ftsim unplug|plug|show PHONE DEVICE",
              "       ftsim calls PHONE"]
@@ -58,6 +59,17 @@ def cmd_run(args):
     if len(args) != 1:
         raise Usage()
     return sandbox.run(Phone(args[0]), build)
+
+
+def cmd_exec(args):
+    build = "host"
+    if args[:1] == ["--build"]:
+        if len(args) < 2:
+            raise Usage()
+        build, args = args[1], args[2:]
+    if len(args) < 2:
+        raise Usage()
+    return sandbox.exec_in(Phone(args[0]), build, args[1:])
 
 
 def cmd_fault(args):
@@ -106,6 +118,7 @@ def cmd_set(args):
 BUILTIN = {
     "new": cmd_new,
     "run": cmd_run,
+    "exec": cmd_exec,
     "fault": cmd_fault,
     "unplug": _device_cmd("unplug"),
     "plug": _device_cmd("plug"),

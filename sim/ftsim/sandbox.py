@@ -9,16 +9,17 @@ import subprocess
 from ftsim.phone import REPO
 from ftsim.registry import UsageError
 
-BUILDS = ("host",)
+# host: the native build; asan: the same with AddressSanitizer and UBSan;
+# arm: the phone's armhf build, run under qemu-user.
+BUILDS = ("host", "asan", "arm")
+PRELOAD = "/sim/run/libftsim_preload.so"
+ARM_LIBC = "/usr/arm-linux-gnueabihf"
 
 
 def build_dir(name):
     if name not in BUILDS:
         raise UsageError(f"unknown build {name!r} (one of: {', '.join(BUILDS)})")
-    env = os.environ.get("FTSIM_BUILD_DIR")
-    if env and name == "host":
-        return env
-    return os.path.join(REPO, "build", name)
+    return os.environ.get("FTSIM_BUILD_DIR_" + name.upper()) or os.path.join(REPO, "build", name)
 
 
 def install(phone, build):
@@ -28,7 +29,7 @@ def install(phone, build):
     if not os.path.isfile(ft):
         raise UsageError(f"no console built at {ft} (run: make)")
     _copy(ft, phone.p("system", "bin", "ft"))
-    for lib in glob.glob(os.path.join(out, "lib", "*.so")):
+    for lib in glob.glob(os.path.join(out, "lib", "*.so*")):
         name = os.path.basename(lib)
         dest = phone.p("run", name) if name.startswith("libftsim") else phone.p("system", "lib", name)
         _copy(lib, dest)
@@ -52,7 +53,30 @@ def _root_links():
     return args
 
 
-def command(phone, argv):
+def guest_env(build):
+    """What the console's process gets besides the sandbox's own environment."""
+    env = {"LD_LIBRARY_PATH": "/system/lib", "LD_PRELOAD": PRELOAD}
+    if build == "asan":
+        with open(os.path.join(build_dir(build), "out", "asan-runtime")) as f:
+            env["LD_PRELOAD"] = f.read().strip() + ":" + PRELOAD
+        env["ASAN_OPTIONS"] = "abort_on_error=0:exitcode=86:detect_leaks=1"
+        env["UBSAN_OPTIONS"] = "print_stacktrace=1:halt_on_error=1:exitcode=86"
+    return env
+
+
+def guest(build, argv, env):
+    """The command line that starts `argv` as the console's build runs it."""
+    if build != "arm":
+        return argv, env
+    # qemu-user gets the guest's environment through -E, so the preload
+    # reaches the armhf console and never qemu itself.
+    cmd = ["qemu-arm", "-L", ARM_LIBC]
+    for k, v in env.items():
+        cmd += ["-E", f"{k}={v}"]
+    return cmd + argv, {}
+
+
+def command(phone, argv, env):
     args = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-net",
             "--unshare-ipc", "--unshare-uts", "--hostname", "phone"]
     args += _root_links()
@@ -63,14 +87,13 @@ def command(phone, argv):
     args += ["--clearenv",
              "--setenv", "PATH", "/system/bin:/usr/sbin:/usr/bin:/sbin:/bin",
              "--setenv", "HOME", "/data",
-             "--setenv", "TERM", os.environ.get("TERM", "dumb"),
-             "--setenv", "LD_LIBRARY_PATH", "/system/lib",
-             "--setenv", "LD_PRELOAD", "/sim/run/libftsim_preload.so",
-             "--chdir", "/", "--"]
-    return args + argv
+             "--setenv", "TERM", os.environ.get("TERM", "dumb")]
+    for k, v in env.items():
+        args += ["--setenv", k, v]
+    return args + ["--chdir", "/", "--"] + argv
 
 
-def run(phone, build="host"):
+def _prepare(phone, build):
     phone.require()
     install(phone, build)
     for f in ("console.pid", "rebooted"):
@@ -80,12 +103,30 @@ def run(phone, build="host"):
             pass
     if not shutil.which("bwrap"):
         raise UsageError("bubblewrap is not installed (run: make)")
+
+
+def _call(args):
     # Ctrl+C on the terminal goes to the console; we only wait for it.
     old = signal.signal(signal.SIGINT, lambda *_: None)
     try:
-        status = subprocess.call(command(phone, ["/system/bin/ft"]))
+        status = subprocess.call(args)
     finally:
         signal.signal(signal.SIGINT, old)
+    return status if status >= 0 else 128 - status
+
+
+def run(phone, build="host"):
+    _prepare(phone, build)
+    status = _call(command(phone, *guest(build, ["/system/bin/ft"], guest_env(build))))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
-    return status if status >= 0 else 128 - status
+    return status
+
+
+def exec_in(phone, build, argv):
+    """Runs another program in the phone's sandbox, without the preload. A
+    launcher (valgrind, a fuzzer) finds the console's preload in FTSIM_PRELOAD."""
+    _prepare(phone, build)
+    env = guest_env(build)
+    extra = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
+    return _call(command(phone, argv, extra))

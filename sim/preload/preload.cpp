@@ -89,6 +89,15 @@ namespace {
 using preload::DeviceNode;
 using preload::next;
 
+// Only the console is emulated. Any other program started with the preload
+// (a launcher such as valgrind or env) leaves it in place for the console and
+// is itself left alone.
+std::atomic<bool> g_active{false};
+
+bool mapped(const char *path, std::string &stand_in, const DeviceNode **node = nullptr) {
+    return g_active.load(std::memory_order_relaxed) && preload::map_path(path, stand_in, node);
+}
+
 bool has_mode(int flags) { return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE; }
 
 // Opens the stand-in of a phone node; -2 when `path` is not one. An unplugged
@@ -96,7 +105,7 @@ bool has_mode(int flags) { return (flags & O_CREAT) || (flags & O_TMPFILE) == O_
 int open_node(const char *path, int flags) {
     std::string stand_in;
     const DeviceNode *node = nullptr;
-    if (!preload::map_path(path, stand_in, &node)) return -2;
+    if (!mapped(path, stand_in, &node)) return -2;
     using OpenFn = int (*)(const char *, int, ...);
     static OpenFn real_open = next<OpenFn>("open");
     int fd = real_open(stand_in.c_str(), (flags & ~O_CREAT) | node->extra_flags);
@@ -105,6 +114,10 @@ int open_node(const char *path, int flags) {
 }
 
 __attribute__((constructor)) void preload_init() {
+    const char *console = getenv("FTSIM_CONSOLE");
+    if (std::strcmp(program_invocation_short_name, console && *console ? console : "ft") != 0)
+        return;
+    g_active = true;
     unsetenv("LD_PRELOAD");
     // The reboot stub ends the run the way a real reboot ends the console.
     std::string pid = std::to_string(getpid());
@@ -177,7 +190,7 @@ OPEN2_WRAPPER(__open64_2)
         static Fn real = next<Fn>(#name);                             \
         std::string stand_in;                                         \
         const DeviceNode *node = nullptr;                             \
-        if (!preload::map_path(path, stand_in, &node))                \
+        if (!mapped(path, stand_in, &node))                \
             return real(path, mode);                                  \
         FILE *f = real(stand_in.c_str(), mode);                       \
         if (f) preload::track(fileno(f), node);                       \
@@ -191,7 +204,7 @@ DIR *opendir(const char *path) {
     using Fn = DIR *(*)(const char *);
     static Fn real = next<Fn>("opendir");
     std::string stand_in;
-    return real(preload::map_path(path, stand_in) ? stand_in.c_str() : path);
+    return real(mapped(path, stand_in) ? stand_in.c_str() : path);
 }
 
 #define STAT_WRAPPER(name, type)                                      \
@@ -199,7 +212,7 @@ DIR *opendir(const char *path) {
         using Fn = int (*)(const char *, struct type *);              \
         static Fn real = next<Fn>(#name);                             \
         std::string stand_in;                                         \
-        return real(preload::map_path(path, stand_in) ? stand_in.c_str() : path, st); \
+        return real(mapped(path, stand_in) ? stand_in.c_str() : path, st); \
     }
 
 STAT_WRAPPER(stat, stat)
@@ -211,7 +224,7 @@ int access(const char *path, int mode) {
     using Fn = int (*)(const char *, int);
     static Fn real = next<Fn>("access");
     std::string stand_in;
-    return real(preload::map_path(path, stand_in) ? stand_in.c_str() : path, mode);
+    return real(mapped(path, stand_in) ? stand_in.c_str() : path, mode);
 }
 
 int close(int fd) {
@@ -242,7 +255,7 @@ int ioctl(int fd, unsigned long request, ...) {
 
 // Every command line the console hands to the shell is recorded, one per line.
 int system(const char *cmdline) {
-    if (cmdline) {
+    if (cmdline && g_active) {
         std::string line;
         for (const char *p = cmdline; *p; ++p) {
             if (*p == '\n')

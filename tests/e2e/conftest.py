@@ -9,6 +9,9 @@ REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 FTSIM = os.path.join(REPO, "ftsim")
 GOLDEN = os.path.join(os.path.dirname(os.path.abspath(__file__)), "golden")
 
+# Which build the phones run: host, asan or arm.
+BUILD = os.environ.get("FTSIM_BUILD", "host")
+
 # The one line that changes with every build.
 BUILD_STAMP = re.compile(r"^Factory Test [A-Z][a-z]{2} [ 1-3]\d \d{4} \d\d:\d\d:\d\d$", re.M)
 
@@ -44,7 +47,8 @@ class Phone:
     def run(self, *lines, timeout=30):
         """Pipes the lines into the console; returns (output, exit status)."""
         text = "".join(line + "\n" for line in lines)
-        r = ftsim("run", self.path, input=text, timeout=timeout)
+        r = ftsim("run", "--build", BUILD, self.path, input=text, timeout=timeout)
+        assert "Sanitizer" not in r.stderr and "runtime error" not in r.stderr, r.stderr
         return BUILD_STAMP.sub("Factory Test <build>", r.stdout), r.returncode
 
     def values(self):

@@ -1,13 +1,13 @@
 """The console on a terminal, as an operator types at it."""
 import pexpect
 
-from conftest import FTSIM, startup
+from conftest import BUILD, FTSIM, startup
 
 UP = "\x1b[A"
 
 
 def spawn(phone):
-    return pexpect.spawn(FTSIM, ["run", phone.path], encoding="utf-8", timeout=10,
+    return pexpect.spawn(FTSIM, ["run", "--build", BUILD, phone.path], encoding="utf-8", timeout=10,
                          dimensions=(40, 300))
 
 
