@@ -3,9 +3,11 @@
 PHONE ?= build/phone
 JOBS := $(shell nproc)
 
-.PHONY: all deps host asan arm run test test-host test-asan test-arm clean
+FUZZ_SECONDS ?= 300
 
-all: host asan arm
+.PHONY: all deps host asan arm fuzz-build fuzz run test test-host test-asan test-arm bench clean
+
+all: host asan arm fuzz-build
 
 deps:
 	@tools/install-deps
@@ -24,6 +26,15 @@ arm: deps
 		-DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/armhf.cmake >/dev/null
 	@cmake --build build/arm -j$(JOBS)
 
+# libFuzzer needs clang: the console's fuzz target, with its own sanitizer build.
+fuzz-build: deps
+	@cmake -S . -B build/fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DFT_BUILD_NAME=fuzz -DFT_FUZZ=ON >/dev/null
+	@cmake --build build/fuzz -j$(JOBS)
+
+fuzz: fuzz-build
+	@tools/fuzz build/fuzz $(FUZZ_SECONDS)
+
 run: host
 	@./ftsim new $(PHONE) --force
 	@./ftsim run $(PHONE)
@@ -31,7 +42,7 @@ run: host
 # Every suite runs against every build; the run fails if any of them fails.
 test: all
 	@status=0; \
-	for b in host asan arm; do \
+	for b in host asan arm fuzz; do \
 	  echo "=== tests: $$b build"; \
 	  (cd build/$$b && ctest --output-on-failure) || status=1; \
 	done; exit $$status

@@ -42,6 +42,16 @@ void set_up_line_editor() {
 
 }  // namespace
 
+Dispatch run_line(const char *text, CommandLine &line) {
+    SplitResult r = split_line(text, line.words);
+    if (const char *refusal = split_refusal(r)) {
+        std::puts(refusal);
+        return Dispatch::kContinue;
+    }
+    if (r == SplitResult::kNoWords) return Dispatch::kContinue;
+    return dispatch(line);
+}
+
 int console_main() {
     // A station reading a pipe must see every line as it is printed.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -55,14 +65,7 @@ int console_main() {
         if (!input.text) break;   // the station closed its end: leave as "quit" does
         if (!input.text[0]) continue;
         add_history(input.text);
-
-        SplitResult r = split_line(input.text, line.words);
-        if (const char *refusal = split_refusal(r)) {
-            std::puts(refusal);
-            continue;
-        }
-        if (r == SplitResult::kNoWords) continue;
-        if (dispatch(line) == Dispatch::kQuit) break;
+        if (run_line(input.text, line) == Dispatch::kQuit) break;
     }
 
     shut_down();

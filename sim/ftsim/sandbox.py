@@ -10,8 +10,8 @@ from ftsim.phone import REPO
 from ftsim.registry import UsageError
 
 # host: the native build; asan: the same with AddressSanitizer and UBSan;
-# arm: the phone's armhf build, run under qemu-user.
-BUILDS = ("host", "asan", "arm")
+# arm: the phone's armhf build, run under qemu-user; fuzz: the fuzz target's build.
+BUILDS = ("host", "asan", "arm", "fuzz")
 PRELOAD = "/sim/run/libftsim_preload.so"
 ARM_LIBC = "/usr/arm-linux-gnueabihf"
 
