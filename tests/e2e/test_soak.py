@@ -1,0 +1,98 @@
+"""Long runs: no descriptor or memory creeps in over 100,000 commands, and
+valgrind finds no definite leak."""
+import os
+import subprocess
+import threading
+
+import pytest
+
+from conftest import BUILD, FTSIM
+
+pytestmark = pytest.mark.skipif(BUILD != "host", reason="the soak runs on the native build")
+
+# Commands of every kind the console has, refusals and unknown words included.
+MIX = [
+    "info", "program read phonesn", "program write hwver 7", 'program write pwbsn "a  b"',
+    "program list all", "program commit", "program reset nvdata", "production 0",
+    "audio", "l2", "l2portCntrs 7", "mfg bt x", "nosuch", "ft", "tolma foo",
+    "program write phonesn " + "w" * 120, " ".join(["w"] * 22), "x" * 300,
+]
+
+
+def descendants_named(root, name):
+    parents = {}
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/stat") as f:
+                fields = f.read().rsplit(")", 1)[1].split()
+            with open(f"/proc/{pid}/comm") as f:
+                parents[int(pid)] = (int(fields[1]), f.read().strip())
+        except OSError:
+            pass
+    found = []
+    for pid, (_, comm) in parents.items():
+        p = pid
+        while p in parents and p != root:
+            p = parents[p][0]
+        if p == root and comm == name:
+            found.append(pid)
+    return found
+
+
+def chunk(n):
+    """The heap's footprint of an n-byte allocation."""
+    return max(32, (n + 8 + 15) // 16 * 16)
+
+
+def snapshot(pid):
+    fds = sorted(os.readlink(f"/proc/{pid}/fd/{fd}") for fd in os.listdir(f"/proc/{pid}/fd"))
+    with open(f"/proc/{pid}/status") as f:
+        rss = next(int(l.split()[1]) * 1024 for l in f if l.startswith("VmRSS:"))
+    return fds, rss
+
+
+def test_100000_commands_keep_descriptors_and_memory(phone):
+    lines = [MIX[i % len(MIX)] for i in range(100_000)]
+    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
+                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    sampled = threading.Event()
+
+    def feed():
+        # A marker after the first 1,000 and after the last; the reader samples at each.
+        proc.stdin.write("".join(l + "\n" for l in lines[:1000]) + "program read txgain\n")
+        proc.stdin.flush()
+        sampled.wait(60)
+        sampled.clear()
+        proc.stdin.write("".join(l + "\n" for l in lines[1000:]))
+        proc.stdin.write("program write txgain end\nprogram read txgain\n")
+        proc.stdin.flush()
+        sampled.wait(600)
+        proc.stdin.write("quit\n")
+        proc.stdin.close()
+
+    writer = threading.Thread(target=feed)
+    writer.start()
+    samples = []
+    for line in proc.stdout:
+        if line.startswith("CONFIGDATA_HAND_TX_GAIN = "):
+            samples.append(snapshot(descendants_named(proc.pid, "ft")[0]))
+            sampled.set()
+    writer.join()
+    assert proc.wait(60) == 0
+    assert len(samples) == 2
+    (fds_early, rss_early), (fds_late, rss_late) = samples
+    assert fds_late == fds_early
+    # What the history keeps per line: the text (a malloc chunk), its entry and
+    # time stamp (a chunk each) and a slot in the editor's growing list.
+    history = sum(chunk(len(l) + 1) + chunk(24) + chunk(12) + 16 for l in lines[1000:])
+    assert rss_late - rss_early <= history + 1024 * 1024, (rss_late - rss_early, history)
+
+
+def test_valgrind_finds_no_definite_leak(phone):
+    text = "".join(MIX[i % len(MIX)] + "\n" for i in range(500)) + "quit\n"
+    r = subprocess.run([FTSIM, "exec", phone.path, "/bin/sh", "-c",
+                        "LD_PRELOAD=$FTSIM_PRELOAD exec valgrind -q --leak-check=full "
+                        "--errors-for-leak-kinds=definite --error-exitcode=99 /system/bin/ft"],
+                       input=text, capture_output=True, text=True, timeout=600)
+    assert r.returncode == 0, r.stderr[-3000:]
+    assert "definitely lost" not in r.stderr
