@@ -56,5 +56,9 @@ test-asan: asan
 test-arm: arm
 	@cd build/arm && ctest --output-on-failure
 
+# Every benchmark under bench/, each printed against a baseline of the same run.
+bench: host arm
+	@for b in bench/*; do [ -x "$$b" ] && { echo "=== $$b"; "$$b" || exit 1; }; done; true
+
 clean:
 	rm -rf build
