@@ -19,6 +19,7 @@ namespace {
 
 constexpr char kSource[] = "files/src/fact_device_key";
 #define REPORT(...) REPORT_ERROR(kSource, __VA_ARGS__)
+#define REPORT_SEED(...) REPORT_ERROR_AS(kSource, "gen_factory_seed", __VA_ARGS__)
 
 constexpr char kRemoveSeed[] = "rm -f /reserved/cp/certs/factorySeed";
 constexpr int kEtherAddIndex = 1;
@@ -40,28 +41,29 @@ bool is_stored_mac(const char *s) {
     return true;
 }
 
-// Opens, restricts to the owner, writes and closes the seed file. 0 or -1.
+// Opens, restricts to the owner, writes and closes the seed file: steps of
+// gen_factory_seed, reported in its name. 0 or -1.
 int store_seed(const unsigned char *seed, size_t len) {
     FILE *f = std::fopen(kFactorySeedPath, "wbe");
     if (!f) {
-        REPORT("Unable to open /reserved/cp/certs/factorySeed: errno : %d\n", errno);
+        REPORT_SEED("Unable to open /reserved/cp/certs/factorySeed: errno : %d\n", errno);
         return -1;
     }
     bool failed = false;
     // Owner-only before a single byte of the seed lands in the file.
     if (chmod(kFactorySeedPath, S_IRUSR | S_IWUSR) != 0) {
-        REPORT("Unable to change mode to root for /reserved/cp/certs/factorySeed: errno : %d\n",
+        REPORT_SEED("Unable to change mode to root for /reserved/cp/certs/factorySeed: errno : %d\n",
                errno);
         failed = true;
     } else {
         if (std::fwrite(seed, 1, len, f) < len) {
-            REPORT("Unable to write in /reserved/cp/certs/factorySeed: errno : %d\n", errno);
+            REPORT_SEED("Unable to write in /reserved/cp/certs/factorySeed: errno : %d\n", errno);
             failed = true;
         }
         sync();
     }
     if (std::fclose(f) != 0) {
-        REPORT("Failed to close the file /reserved/cp/certs/factorySeed: errno : %d\n", errno);
+        REPORT_SEED("Failed to close the file /reserved/cp/certs/factorySeed: errno : %d\n", errno);
         failed = true;
     }
     return failed ? -1 : 0;
