@@ -4,9 +4,7 @@
 #include <string>
 
 #include "factory/device_key.h"
-#include "factory/gencert.h"
 #include "tests/unit/fake_eeprom.h"
-#include "tests/unit/fake_shell.h"
 
 namespace {
 
@@ -25,7 +23,6 @@ protected:
     void SetUp() override {
         store().reset();
         store().values[0] = "0";
-        shell_calls().clear();
     }
     FakeEeprom &store() { return FakeEeprom::get(); }
 };
@@ -92,51 +89,6 @@ TEST_F(Identity, Base64LikeTheEvpEncoder) {
         ASSERT_TRUE(text) << c.n;
         EXPECT_STREQ(text.get(), c.text) << c.n;
     }
-}
-
-TEST_F(Identity, GencertOutsideFactoryModeTouchesNothing) {
-    struct Case {
-        const char *mode;
-        bool read_fails;
-        const char *out;
-    } cases[] = {
-        {"1", false,
-         "*ERROR* files/src/misc:gen_self_signed_cert():N gencert can only be executed in "
-         "factory mode\n"},
-        {"", false,
-         "*ERROR* files/src/misc:gen_self_signed_cert():N gencert can only be executed in "
-         "factory mode\n"},
-        {"0", true,
-         "*ERROR* files/src/misc:gen_self_signed_cert():N Unable to read "
-         "CONFIGDATA_OPERATIONAL_MODE\n"},
-    };
-    for (const Case &c : cases) {
-        store().values[0] = c.mode;
-        store().fail_read = c.read_fails ? 0 : -1;
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(gen_self_signed_cert(), -1);
-        EXPECT_EQ(without_lines(testing::internal::GetCapturedStdout()), c.out) << c.mode;
-        EXPECT_TRUE(shell_calls().empty()) << c.mode;
-        EXPECT_EQ(store().writes, 0) << c.mode;
-    }
-}
-
-TEST_F(Identity, CertificateBlockStopsAtTheFirstUnreadableParameter) {
-    store().values[1] = "00:11:22:33:44:55";
-    store().values[4] = "SN1";
-    const char kThumb[] = "AB:CD\n";
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(print_factory_certificate(kThumb), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Thumbprint: AB:CD\nMAC = \"00:11:22:33:44:55\"\nSerial# = \"SN1\"\n"
-              "Product = \"<NOT Initialized>\"\nModel = \"<NOT Initialized>\"\n"
-              "Hardware = \"<NOT Initialized>\"\n");
-
-    store().fail_read = 4;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(print_factory_certificate(kThumb), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Thumbprint: AB:CD\nMAC = \"00:11:22:33:44:55\"\n");
 }
 
 }  // namespace
