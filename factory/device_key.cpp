@@ -52,8 +52,9 @@ int store_seed(const unsigned char *seed, size_t len) {
     bool failed = false;
     // Owner-only before a single byte of the seed lands in the file.
     if (chmod(kFactorySeedPath, S_IRUSR | S_IWUSR) != 0) {
-        REPORT_SEED("Unable to change mode to root for /reserved/cp/certs/factorySeed: errno : %d\n",
-               errno);
+        REPORT_SEED(
+            "Unable to change mode to root for /reserved/cp/certs/factorySeed: errno : %d\n",
+            errno);
         failed = true;
     } else {
         if (std::fwrite(seed, 1, len, f) < len) {

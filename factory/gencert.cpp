@@ -161,7 +161,8 @@ Outcome make_identity() {
     // Base64 characters. The command holds the key, so it is wiped after use.
     bool exported = run_formatted(
         cmd, sizeof cmd,
-        std::snprintf(cmd, sizeof cmd, "openssl pkcs12 -export -in %s -inkey %s -out %s -password pass:%s",
+        std::snprintf(cmd, sizeof cmd,
+                      "openssl pkcs12 -export -in %s -inkey %s -out %s -password pass:%s",
                       kCertPath, kKeyPath, kP12Path, key.get()));
     OPENSSL_cleanse(cmd, sizeof cmd);
     if (!exported) {
