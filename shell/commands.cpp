@@ -2,6 +2,7 @@
 // a row without a handler belongs to a test this console does not have yet.
 #include <cstdio>
 
+#include "factory/gencert.h"
 #include "factory/program.h"
 #include "platform/numbers.h"
 #include "shell/dispatch.h"
@@ -157,7 +158,7 @@ constexpr Command kTable[] = {
     {"ehs"},
     {"camera"},
     {"cradle"},
-    {"gencert"},
+    {"gencert", [](CommandLine &) { return gen_self_signed_cert(); }},
     {"l2", [](CommandLine &) { printL2Help(); return 0; }},
     {"l2resetSettings"},
     {"l2portCntrs", nullptr, {}, nullptr, kPortCntrs},

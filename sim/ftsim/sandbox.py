@@ -7,7 +7,7 @@ import signal
 import subprocess
 
 from ftsim.phone import REPO
-from ftsim.registry import UsageError
+from ftsim.registry import RUN_HOOKS, UsageError
 
 # host: the native build; asan: the same with AddressSanitizer and UBSan;
 # arm: the phone's armhf build, run under qemu-user; fuzz: the fuzz target's build.
@@ -83,6 +83,8 @@ def command(phone, argv, env):
     args += ["--proc", "/proc", "--dev", "/dev"]
     for fs in ("system", "reserved", "cache", "data", "tmp", "sys"):
         args += ["--bind", phone.p(fs), "/" + fs]
+    for hook in RUN_HOOKS:
+        args += hook(phone)
     args += ["--bind", phone.path, "/sim"]
     args += ["--clearenv",
              "--setenv", "PATH", "/system/bin:/usr/sbin:/usr/bin:/sbin:/bin",

@@ -1,0 +1,95 @@
+"""What the factory identity (gencert) needs of the phone beyond its image:
+faults of single tools and of the reserved partition, and a listing of what a
+run left in a phone folder.
+
+- `fault PHONE tool NAME`: the tool NAME exits 1 and writes nothing. Tools found
+  on the PATH get a wrapper in the phone's /system/bin (first on the PATH) as a
+  run starts; the wrapper stays and passes every call on once the fault is
+  cleared. Phone stubs called by their full path answer the fault themselves.
+- `fault PHONE reserved-readonly`: /reserved is mounted read-only from the next
+  run on (the console runs as root, so only the mount can refuse it).
+- `files PHONE DIR`: one `MODE NAME` line per entry of DIR, sorted by name,
+  MODE the permission bits in octal, a folder's name ending in '/'.
+"""
+import os
+import re
+import stat
+
+from ftsim.phone import Phone
+from ftsim.registry import COMMANDS, FAULTS, RUN_HOOKS, Usage, UsageError
+
+WRAPPER_MARK = "# ftsim tool-fault wrapper"
+WRAPPER = f"""#!/bin/sh
+{WRAPPER_MARK}: while /sim/faults/tool.NAME exists this tool fails and
+# writes nothing; otherwise the call goes on to the tool further down the PATH.
+name=${{0##*/}}
+[ -e "/sim/faults/tool.$name" ] && exit 1
+IFS=:
+for dir in $PATH; do
+    [ "$dir" = /system/bin ] && continue
+    [ -x "$dir/$name" ] && exec "$dir/$name" "$@"
+done
+echo "$name: not found" >&2
+exit 127
+"""
+TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*")
+
+
+def tool_name(name):
+    if not TOOL_NAME.fullmatch(name):
+        raise UsageError(f"not a tool name: {name!r}")
+    return name
+
+
+def _is_wrapper(path):
+    try:
+        with open(path, encoding="utf-8", errors="replace") as f:
+            f.readline()
+            return f.readline().startswith(WRAPPER_MARK)
+    except OSError:
+        return False
+
+
+def _wrap_faulted_tools(phone):
+    """A wrapper for each faulted tool the phone's image does not have itself."""
+    for fault in os.listdir(phone.p("faults")):
+        if not fault.startswith("tool."):
+            continue
+        path = phone.p("system", "bin", fault[len("tool."):])
+        if os.path.lexists(path) and not _is_wrapper(path):
+            continue
+        tmp = path + ".new"
+        with open(tmp, "w") as f:
+            f.write(WRAPPER)
+        os.chmod(tmp, 0o755)
+        os.replace(tmp, path)
+
+
+def run_hook(phone):
+    _wrap_faulted_tools(phone)
+    if phone.fault("reserved-readonly"):
+        return ["--ro-bind", phone.p("reserved"), "/reserved"]
+    return []
+
+
+FAULTS["tool"] = tool_name
+FAULTS["reserved-readonly"] = None
+RUN_HOOKS.append(run_hook)
+
+
+def cmd_files(args):
+    if len(args) != 2:
+        raise Usage()
+    phone = Phone(args[0]).require()
+    root = os.path.realpath(phone.path)
+    folder = os.path.realpath(os.path.join(root, args[1].lstrip("/")))
+    if folder != root and not folder.startswith(root + os.sep):
+        raise UsageError(f"{args[1]!r} is outside the phone")
+    if not os.path.isdir(folder):
+        raise UsageError(f"no folder {args[1]!r} in the phone")
+    for name in sorted(os.listdir(folder)):
+        st = os.lstat(os.path.join(folder, name))
+        print(f"{stat.S_IMODE(st.st_mode):04o} {name}{'/' if stat.S_ISDIR(st.st_mode) else ''}")
+
+
+COMMANDS["files"] = ("ftsim files PHONE DIR", cmd_files)
