@@ -9,6 +9,8 @@ package, loaded by the command line) registers here:
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
 - SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
+- RUN_HOOKS: functions(phone, build) called by `ftsim run` once the console is
+  installed in the phone, before it starts.
 """
 
 DEVICES = {}
@@ -16,6 +18,7 @@ FAULTS = {}
 COMMANDS = {}
 NEW_OPTIONS = {}
 SETTINGS = {}
+RUN_HOOKS = []
 
 
 class UsageError(Exception):

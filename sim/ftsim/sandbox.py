@@ -7,7 +7,7 @@ import signal
 import subprocess
 
 from ftsim.phone import REPO
-from ftsim.registry import UsageError
+from ftsim.registry import RUN_HOOKS, UsageError
 
 BUILDS = ("host",)
 
@@ -73,6 +73,8 @@ def command(phone, argv):
 def run(phone, build="host"):
     phone.require()
     install(phone, build)
+    for hook in RUN_HOOKS:
+        hook(phone, build)
     for f in ("console.pid", "rebooted"):
         try:
             os.remove(phone.p("run", f))
