@@ -2,7 +2,7 @@
 BUILD ?= build/host
 PHONE ?= build/phone
 
-.PHONY: all deps build run test clean
+.PHONY: all deps build run test bench clean
 
 all: build
 
@@ -19,6 +19,12 @@ run: build
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure
+
+# Every executable under bench/ is one benchmark; each prints its figures.
+bench: build
+	@set -e; for b in bench/*; do \
+	  if [ -f "$$b" ] && [ -x "$$b" ]; then FTSIM_BUILD_DIR=$(CURDIR)/$(BUILD) "$$b"; fi; \
+	done
 
 clean:
 	rm -rf build
