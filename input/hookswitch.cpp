@@ -14,7 +14,7 @@ struct HookReader {
     int (*wait)();
     const char *event_line;   // "<NAME> event: [" ... "]"
     const char *test;         // the command, for its start and stop lines
-    const char *Test;         // ... and for "already been"
+    const char *title;        // ... and for "already been"
     const char *who;          // the handler's name in its failures
 
     pthread_t thread{};
@@ -72,7 +72,7 @@ int switchHookReporting(HookReader &r, const char *mode) {
         std::printf("%s %s test\n", on ? "Start" : "Stop", r.test);
         r.reporting.store(on == 1);
     } else {
-        std::printf("%s test has already been %s\n", r.Test, on ? "started" : "stopped");
+        std::printf("%s test has already been %s\n", r.title, on ? "started" : "stopped");
     }
     return 0;
 }

@@ -79,7 +79,9 @@ def cmd_cradle(args):
         try:
             state = int(args[1])
         except ValueError:
-            raise UsageError("the cradle is connected, disconnected or a number") from None
+            state = None
+        if state is None or not -2**31 <= state < 2**31:
+            raise UsageError("the cradle is connected, disconnected or a 32-bit number")
     write_atomically(path(phone, "cradle"), str(state).encode())
 
 
