@@ -4,6 +4,10 @@
 
 #include "factory/gencert.h"
 #include "factory/program.h"
+#include "input/cradle.h"
+#include "input/hookswitch.h"
+#include "input/jack.h"
+#include "input/keypad.h"
 #include "platform/numbers.h"
 #include "shell/dispatch.h"
 #include "shell/help.h"
@@ -142,9 +146,9 @@ constexpr Command kTable[] = {
     {"ethled"},
     {"eth"},
     {"ip"},
-    {"key"},
-    {"jackdet"},
-    {"jackkeydet"},
+    {"key", [](CommandLine &l) { return keyTest(l.word(1)); }},
+    {"jackdet", [](CommandLine &l) { return jackTest(l.word(1)); }},
+    {"jackkeydet", [](CommandLine &l) { return jackKeyTest(l.word(1)); }},
     {"ping"},
     {"led"},
     {"send"},
@@ -154,10 +158,10 @@ constexpr Command kTable[] = {
     {"usblist"},
     {"usbrw"},
     {"usb"},
-    {"hookswitch"},
-    {"ehs"},
+    {"hookswitch", [](CommandLine &l) { return hookswitchTest(l.word(1)); }},
+    {"ehs", [](CommandLine &l) { return ehsTest(l.word(1)); }},
     {"camera"},
-    {"cradle"},
+    {"cradle", [](CommandLine &l) { return cradleTest(l.word(1)); }},
     {"gencert", [](CommandLine &) { return gen_self_signed_cert(); }},
     {"l2", [](CommandLine &) { printL2Help(); return 0; }},
     {"l2resetSettings"},

@@ -7,6 +7,9 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "input/hookswitch.h"
+#include "input/jack.h"
+#include "input/keypad.h"
 #include "shell/dispatch.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
@@ -16,10 +19,19 @@ namespace {
 // Each step prints its own messages; none of them stops the console.
 void start_up() {
     disableWatchdog();
+    keyTestInit();
+    jackTestInit();
+    hookswitchTestInit();
+    ehsTestInit();
     std::putchar('\n');
 }
 
-void shut_down() {}
+void shut_down() {
+    ehsTestDestroy();
+    hookswitchTestDestroy();
+    jackTestDestroy();
+    keyTestDestroy();
+}
 
 // Owns the line the editor hands us.
 struct EditorLine {

@@ -65,7 +65,7 @@ def _wrap_faulted_tools(phone):
         os.replace(tmp, path)
 
 
-def run_hook(phone):
+def run_hook(phone, build):
     _wrap_faulted_tools(phone)
     if phone.fault("reserved-readonly"):
         return ["--ro-bind", phone.p("reserved"), "/reserved"]

@@ -9,8 +9,6 @@ package, loaded by the command line) registers here:
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
 - SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
-- RUN_HOOKS: functions(phone) -> list of extra bubblewrap arguments, called as
-  each run starts; their mounts go over the phone's filesystems.
 """
 
 DEVICES = {}

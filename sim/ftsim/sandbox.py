@@ -76,15 +76,14 @@ def guest(build, argv, env):
     return cmd + argv, {}
 
 
-def command(phone, argv, env):
+def command(phone, argv, env, extra=()):
     args = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-net",
             "--unshare-ipc", "--unshare-uts", "--hostname", "phone"]
     args += _root_links()
     args += ["--proc", "/proc", "--dev", "/dev"]
     for fs in ("system", "reserved", "cache", "data", "tmp", "sys"):
         args += ["--bind", phone.p(fs), "/" + fs]
-    for hook in RUN_HOOKS:
-        args += hook(phone)
+    args += extra
     args += ["--bind", phone.path, "/sim"]
     args += ["--clearenv",
              "--setenv", "PATH", "/system/bin:/usr/sbin:/usr/bin:/sbin:/bin",
@@ -98,6 +97,9 @@ def command(phone, argv, env):
 def _prepare(phone, build):
     phone.require()
     install(phone, build)
+    extra = []
+    for hook in RUN_HOOKS:
+        extra += hook(phone, build) or []
     for f in ("console.pid", "rebooted"):
         try:
             os.remove(phone.p("run", f))
@@ -105,6 +107,7 @@ def _prepare(phone, build):
             pass
     if not shutil.which("bwrap"):
         raise UsageError("bubblewrap is not installed (run: make)")
+    return extra
 
 
 def _call(args):
@@ -118,8 +121,8 @@ def _call(args):
 
 
 def run(phone, build="host"):
-    _prepare(phone, build)
-    status = _call(command(phone, *guest(build, ["/system/bin/ft"], guest_env(build))))
+    extra = _prepare(phone, build)
+    status = _call(command(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
@@ -128,7 +131,7 @@ def run(phone, build="host"):
 def exec_in(phone, build, argv):
     """Runs another program in the phone's sandbox, without the preload. A
     launcher (valgrind, a fuzzer) finds the console's preload in FTSIM_PRELOAD."""
-    _prepare(phone, build)
+    extra = _prepare(phone, build)
     env = guest_env(build)
-    extra = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
-    return _call(command(phone, argv, extra))
+    offered = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
+    return _call(command(phone, argv, offered, extra))

@@ -1,0 +1,79 @@
+#include "input/event_devices.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <csignal>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "platform/unique_fd.h"
+
+namespace {
+
+struct DirCloser {
+    void operator()(DIR *d) const { closedir(d); }
+};
+
+}  // namespace
+
+int openEventDevice(const char *who, bool (*is_wanted)(int fd)) {
+    std::unique_ptr<DIR, DirCloser> dir(opendir("/dev/input"));
+    if (!dir) return -1;
+    while (const dirent *entry = readdir(dir.get())) {
+        int number;
+        if (std::sscanf(entry->d_name, "event%d", &number) != 1) continue;
+        char path[kEventPathSize] = {};
+        std::snprintf(path, sizeof path, "/dev/input/event%d", number);
+        UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+        if (!fd) {
+            std::printf("%s(): failed to open file %s\n", who, path);
+            continue;
+        }
+        if (is_wanted(fd.get())) return fd.release();
+    }
+    return -1;
+}
+
+bool queryEventId(int fd, unsigned long request_for_79, char (&id)[kEventIdSize]) {
+    std::memset(id, 0, sizeof id);
+    int n;
+    do {
+        n = ioctl(fd, request_for_79, id);
+    } while (n < 0 && errno == EINTR);
+    id[kEventIdSize - 1] = '\0';
+    return n > 0;
+}
+
+int readModeWord(const char *word) {
+    if (word[0] == '\0' || word[1] != '\0') return -1;
+    if (word[0] == '0') return 0;
+    if (word[0] == '1') return 1;
+    return -1;
+}
+
+int startEventReader(pthread_t &thread, void *(*entry)(void *), int stop_signal) {
+    sigset_t stop, saved;
+    sigemptyset(&stop);
+    sigaddset(&stop, stop_signal);
+    pthread_sigmask(SIG_BLOCK, &stop, &saved);
+    int err = pthread_create(&thread, nullptr, entry, nullptr);
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    return err;
+}
+
+bool installStopHandler(int sig, void (*handler)(int)) {
+    struct sigaction sa = {};
+    sa.sa_handler = handler;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = 0;
+    if (sigaction(sig, &sa, nullptr) != 0) return false;
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, sig);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    return true;
+}

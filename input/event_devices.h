@@ -1,0 +1,44 @@
+// The input event devices under /dev/input, shared by the keypad and jack readers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <linux/input.h>
+#include <pthread.h>
+
+// One record as this build's kernel delivers it (16 bytes on the phone).
+using InputEvent = struct input_event;
+
+constexpr size_t kEventPathSize = 50;
+constexpr size_t kEventIdSize = 80;
+
+// Opens the first /dev/input/eventN (in directory order) that `is_wanted`
+// accepts; each node that cannot be opened is reported as
+// "<who>(): failed to open file <path>". The descriptor, or -1.
+int openEventDevice(const char *who, bool (*is_wanted)(int fd));
+
+// Reads an identification string (EVIOCGNAME, EVIOCGPHYS...) of the device:
+// `request` is made for kEventIdSize - 1 bytes and `id` always ends in a NUL.
+// False when the query fails or answers nothing.
+bool queryEventId(int fd, unsigned long request_for_79, char (&id)[kEventIdSize]);
+
+// The mode word of the reporting commands: 0 or 1, or -1 for anything but
+// exactly "0" or "1".
+int readModeWord(const char *word);
+
+// What one read of a reader's device gave.
+enum class EventRead { kRecord, kNotOpen, kCutShort };
+
+// Starts `entry` on a thread of its own (default attributes) with
+// `stop_signal` blocked: the thread unblocks it once its handler is in place
+// (installStopHandler), so a stop sent that early waits instead of killing the
+// process. pthread_create's result.
+int startEventReader(pthread_t &thread, void *(*entry)(void *), int stop_signal);
+
+// Installs `handler` for `sig` for the whole process, with an empty mask and no
+// flags (no restart: a blocked read returns EINTR), then unblocks `sig` in the
+// calling thread. False when the handler cannot be installed.
+bool installStopHandler(int sig, void (*handler)(int));
+
+// A reader thread's exit value.
+inline void *readerExit(int status) { return reinterpret_cast<void *>(static_cast<intptr_t>(status)); }

@@ -1,0 +1,137 @@
+#include "input/keypad.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "input/event_devices.h"
+
+namespace {
+
+static_assert(std::atomic<bool>::is_always_lock_free, "the stop handler writes a flag");
+static_assert(std::atomic<int>::is_always_lock_free, "the descriptor is shared with the reader");
+
+constexpr int kStopSignal = SIGUSR1;
+
+struct KeypadReader {
+    std::atomic<int> fd{-1};
+    pthread_t thread{};
+    std::atomic<bool> stop{false};
+    std::atomic<bool> reporting{false};
+    std::atomic<bool> line_start{true};
+};
+
+KeypadReader g_key;
+
+constexpr const char *kKeypadLocations[] = {"gpio-keys/input0", "gpio-matrix-keypad/input0"};
+
+bool isKeypadDevice(int fd) {
+    char location[kEventIdSize];
+    if (!queryEventId(fd, EVIOCGPHYS(kEventIdSize - 1), location)) {
+        std::puts("isKeypadDevice(): failed to obtain location of event device");
+        return false;
+    }
+    for (const char *accepted : kKeypadLocations)
+        if (std::strcmp(location, accepted) == 0) return true;
+    return false;
+}
+
+int openKeypadDevice() { return openEventDevice("openKeypadDevice", isKeypadDevice); }
+
+void keyStopHandler(int) { g_key.stop.store(true); }
+
+EventRead readKeyEvent(InputEvent &ev) {
+    int fd = g_key.fd.load();
+    if (fd < 0) {
+        std::puts("readKeyEvent(): fail - event device is not open");
+        return EventRead::kNotOpen;
+    }
+    for (;;) {
+        errno = 0;
+        ssize_t n = read(fd, &ev, sizeof ev);
+        if (n < static_cast<ssize_t>(sizeof ev)) {
+            if (errno != EINTR && !g_key.stop.load())
+                std::printf("readKeyEvent(): some error or short read - number of bytes = [%d], "
+                            "errno = [%d]\n",
+                            static_cast<int>(n), errno);
+            return EventRead::kCutShort;
+        }
+        if (ev.type == EV_KEY) return EventRead::kRecord;
+    }
+}
+
+void *keyTrackThread(void *) {
+    if (g_key.fd.load() < 0) {
+        std::puts("keyTrackThread(): fail - event device is not open");
+        return readerExit(-1);
+    }
+    if (!installStopHandler(kStopSignal, keyStopHandler)) {
+        std::puts("keyTrackThread(): fail - can't set signal handler");
+        return readerExit(-1);
+    }
+    while (!g_key.stop.load()) {
+        InputEvent ev;
+        if (readKeyEvent(ev) != EventRead::kRecord) continue;
+        if (!g_key.reporting.load()) continue;
+        if (g_key.line_start.exchange(false)) std::putchar('\n');
+        std::printf("KeyCode[%04x] value[%d]\n", static_cast<unsigned>(ev.code), ev.value);
+    }
+    return readerExit(0);
+}
+
+}  // namespace
+
+int keyTestInit() {
+    g_key.fd.store(openKeypadDevice());
+    if (g_key.fd.load() == -1) {
+        std::puts("keyTestInit(): fail - keypad device can't be opened");
+        return -1;
+    }
+    if (startEventReader(g_key.thread, keyTrackThread, kStopSignal) != 0) {
+        close(g_key.fd.exchange(-1));
+        std::puts("keyTestInit(): fail - thread can't be created");
+        return -1;
+    }
+    return 0;
+}
+
+int keyTestDestroy() {
+    int fd = g_key.fd.load();
+    if (fd == -1) return 0;
+    // Closed first: a read begun after the signal then fails at once.
+    close(fd);
+    if (pthread_kill(g_key.thread, kStopSignal) != 0) {
+        std::puts("keyTestDestroy(): failed to kill thread");
+        return -1;
+    }
+    if (pthread_join(g_key.thread, nullptr) != 0) {
+        std::puts("keyTestDestroy(): failed to join thread");
+        return -1;
+    }
+    return 0;
+}
+
+int keyTest(const char *mode) {
+    if (!mode) {
+        std::puts("keyTest(): fail - NULL pointer");
+        return -1;
+    }
+    if (g_key.fd.load() < 0) {
+        std::puts("keyTest(): fail - event device is not open");
+        return -1;
+    }
+    int on = readModeWord(mode);
+    if (on < 0) {
+        std::puts("Incorrect parameter");
+        return -1;
+    }
+    g_key.reporting.store(on == 1);
+    g_key.line_start.store(true);
+    std::printf("%s keypad test\n", on ? "Start" : "Stop");
+    return 0;
+}
