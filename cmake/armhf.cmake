@@ -16,8 +16,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 string(REPLACE ";" ":" FT_ARM_LIBPATH "${FT_ARM_LIBDIRS}")
 set(FT_ARM_INCLUDES "-isystem ${FT_ARM_SYSROOT}/usr/include -isystem ${FT_ARM_SYSROOT}/usr/include/arm-linux-gnueabihf")
-set(CMAKE_C_FLAGS_INIT "${FT_ARM_INCLUDES}")
-set(CMAKE_CXX_FLAGS_INIT "${FT_ARM_INCLUDES}")
+# 64-bit file offsets: under qemu-user the host's 64-bit directory offsets would
+# otherwise end a 32-bit readdir() with EOVERFLOW.
+set(CMAKE_C_FLAGS_INIT "${FT_ARM_INCLUDES} -D_FILE_OFFSET_BITS=64")
+set(CMAKE_CXX_FLAGS_INIT "${FT_ARM_INCLUDES} -D_FILE_OFFSET_BITS=64")
 set(FT_ARM_LINK "-L${FT_ARM_SYSROOT}/usr/lib/arm-linux-gnueabihf -L${FT_ARM_SYSROOT}/lib/arm-linux-gnueabihf -Wl,-rpath-link,${FT_ARM_LIBPATH}")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${FT_ARM_LINK}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${FT_ARM_LINK}")
