@@ -23,10 +23,12 @@ def golden(name):
         return f.read()
 
 
-def startup(watchdog=True):
-    """What the console prints before its first prompt, for the devices present."""
+def startup(watchdog=True, display=""):
+    """What the console prints before its first prompt, for the devices present.
+    `display`: the drawing layer's log lines (none while the framebuffer works)."""
     text = "Opening watchdog file at /dev/watchdog ... "
     text += "Disabling watchdog timer.\n" if watchdog else "watchdog file could not be opened\n"
+    text += display
     return text + "\n"
 
 
