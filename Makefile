@@ -2,7 +2,7 @@
 BUILD ?= build/host
 PHONE ?= build/phone
 
-.PHONY: all deps build run test clean
+.PHONY: all deps build run test bench clean
 
 all: build
 
@@ -19,6 +19,10 @@ run: build
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure
+
+# Speed goals are measured here, never asserted in tests.
+bench: build
+	@for b in bench/*.sh; do sh "$$b" $(BUILD) || exit 1; done
 
 clean:
 	rm -rf build

@@ -78,6 +78,19 @@ void plot(int64_t x, int64_t y, uint32_t word) {
 
 void pixel_unlocked(int x, int y, unsigned color) { plot(x, y, palette_word(color)); }
 
+// Stores `word` n times from p, 32 bytes a step: at -O2 the compiler leaves a
+// plain word loop unvectorised, and full-screen fills would crawl.
+void fill_words(uint32_t *p, size_t n, uint32_t word) {
+    using Quad = uint32_t __attribute__((vector_size(16)));
+    const Quad q = {word, word, word, word};
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        std::memcpy(p + i, &q, sizeof q);
+        std::memcpy(p + i + 4, &q, sizeof q);
+    }
+    for (; i < n; ++i) p[i] = word;
+}
+
 // A horizontal run sets the same pixels as the stepping below, clipped once:
 // full-screen fills run at memory speed.
 void row_unlocked(int64_t xa, int64_t xb, int64_t y, uint32_t word) {
@@ -86,8 +99,8 @@ void row_unlocked(int64_t xa, int64_t xb, int64_t y, uint32_t word) {
     int64_t lo = std::max<int64_t>(std::min(xa, xb), 0);
     int64_t hi = std::min<int64_t>(std::max(xa, xb), int64_t{c.xres} - 1);
     if (lo > hi) return;
-    std::fill_n(c.base + static_cast<size_t>(c.xres) * static_cast<size_t>(y) + lo, hi - lo + 1,
-                word);
+    fill_words(c.base + static_cast<size_t>(c.xres) * static_cast<size_t>(y) + lo,
+               static_cast<size_t>(hi - lo + 1), word);
 }
 
 // Integer Bresenham, both end points included. The decision value starts one
