@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "display/indicators.h"
-#include "display/lcd.h"
 #include "tests/unit/fake_tolma_display.h"
 
 namespace {
@@ -73,42 +72,6 @@ TEST(Indicators, MessagesVerdictsAndPlatformCalls) {
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
         EXPECT_EQ(fake.calls, c.calls);
         EXPECT_EQ(returned, c.returned);
-    }
-}
-
-struct RefusalCase {
-    const char *what;
-    int (*run)();
-    const char *out;
-};
-
-// Refused arguments print their one message (lcd_digit none at all) and never
-// reach the framebuffer, whose failures would print log lines here.
-TEST(LcdPatterns, RefusedArgumentsLeaveTheFramebufferAlone) {
-    const RefusalCase cases[] = {
-        {"fill 0 is no colour", [] { return lcd_fill("0"); }, "FAIL Err invalid color=0\n"},
-        {"fill x", [] { return lcd_fill("x"); }, "FAIL Err invalid color=0\n"},
-        {"fill empty", [] { return lcd_fill(""); }, "FAIL Err invalid color=0\n"},
-        {"fill 6", [] { return lcd_fill("6"); }, "FAIL Err invalid color=6\n"},
-        {"fill -1", [] { return lcd_fill("-1"); }, "FAIL Err invalid color=-1\n"},
-        {"invertgrid 0", [] { return lcd_invertgrid("0"); },
-         "ft: Err color=0 is out of supported range.\n"},
-        {"invertgrid x", [] { return lcd_invertgrid("x"); },
-         "ft: Err color=0 is out of supported range.\n"},
-        {"invertgrid 6", [] { return lcd_invertgrid("6"); },
-         "ft: Err color=6 is out of supported range.\n"},
-        {"digit 10", [] { return lcd_digit("W", "10"); }, ""},
-        {"digit x", [] { return lcd_digit("W", "x"); }, ""},
-        {"digit -1", [] { return lcd_digit("B", "-1"); }, ""},
-        {"digit empty", [] { return lcd_digit("B", ""); }, ""},
-        {"letter X", [] { return lcd_digit("X", "1"); }, ""},
-        {"letter empty", [] { return lcd_digit("", "1"); }, ""},
-    };
-    for (const RefusalCase &c : cases) {
-        SCOPED_TRACE(c.what);
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(c.run(), -1);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
     }
 }
 
