@@ -2,6 +2,8 @@
 // a row without a handler belongs to a test this console does not have yet.
 #include <cstdio>
 
+#include "display/indicators.h"
+#include "display/lcd.h"
 #include "factory/gencert.h"
 #include "factory/program.h"
 #include "input/cradle.h"
@@ -29,7 +31,11 @@ constexpr Command kProgramSubs[] = {
 };
 
 constexpr Command kLcdSubs[] = {
-    {"fill"}, {"crosshair"}, {"invertgrid"}, {"half_filled"}, {"fl"},
+    {"fill", [](CommandLine &l) { return lcd_fill(l.word(2)); }},
+    {"crosshair", [](CommandLine &) { return lcd_crosshair(); }},
+    {"invertgrid", [](CommandLine &l) { return lcd_invertgrid(l.word(2)); }},
+    {"half_filled", [](CommandLine &) { return lcd_half_filled(); }},
+    {"fl", [](CommandLine &l) { return lcd_fl(l.word(2), l.word(3), l.word(4)); }},
 };
 
 constexpr Command kWifiSubs[] = {
@@ -132,9 +138,9 @@ constexpr Command kTable[] = {
     {"tone"},
     {"warn"},
     {"lcd", nullptr, kLcdSubs, kNotValidCommand},
-    {"lcd_digit"},
-    {"backlight"},
-    {"rawbacklight"},
+    {"lcd_digit", [](CommandLine &l) { return lcd_digit(l.word(1), l.word(2)); }},
+    {"backlight", [](CommandLine &l) { return backlightTest(l.word(1)); }},
+    {"rawbacklight", [](CommandLine &l) { return rawBacklightTest(l.word(1)); }},
     {"wifi", nullptr, kWifiSubs,
      "Not a valid command option. Please check ft help for wifi command options."},
     {"bt", nullptr, kBtSubs,
@@ -150,7 +156,7 @@ constexpr Command kTable[] = {
     {"jackdet", [](CommandLine &l) { return jackTest(l.word(1)); }},
     {"jackkeydet", [](CommandLine &l) { return jackKeyTest(l.word(1)); }},
     {"ping"},
-    {"led"},
+    {"led", [](CommandLine &l) { return ledTest(l.word(1)); }},
     {"send"},
     {"get"},
     // Only "tolma regulatory" is a command; anything else is no command at all.

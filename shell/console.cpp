@@ -7,6 +7,7 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "display/drvfb.h"
 #include "input/hookswitch.h"
 #include "input/jack.h"
 #include "input/keypad.h"
@@ -23,6 +24,7 @@ void start_up() {
     jackTestInit();
     hookswitchTestInit();
     ehsTestInit();
+    init_display();
     std::putchar('\n');
 }
 

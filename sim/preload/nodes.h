@@ -19,6 +19,9 @@ struct DeviceNode {
     // ioctls on a descriptor opened through this node; null leaves them to the
     // file itself. Returns what ioctl returns, errno set on failure.
     int (*ioctl)(int fd, unsigned long request, void *arg);
+    // Asked before a descriptor opened through this node is mapped: non-zero
+    // refuses the mapping (errno set). Null maps the stand-in file itself.
+    int (*mmap_check)(int fd) = nullptr;
 };
 
 // Registers a family of nodes; call it from a static constructor of the device's file.

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -252,6 +253,20 @@ int ioctl(int fd, unsigned long request, ...) {
     static Fn real = next<Fn>("ioctl");
     return real(fd, request, arg);
 }
+
+// Mappings of a node's stand-in are real file mappings; the node may refuse one.
+#define MMAP_WRAPPER(name, off_type)                                  \
+    void *name(void *addr, size_t len, int prot, int flags, int fd, off_type off) { \
+        const DeviceNode *node = preload::node_of(fd);                \
+        if (node && node->mmap_check && node->mmap_check(fd) != 0)    \
+            return MAP_FAILED;                                        \
+        using Fn = void *(*)(void *, size_t, int, int, int, off_type); \
+        static Fn real = next<Fn>(#name);                             \
+        return real(addr, len, prot, flags, fd, off);                 \
+    }
+
+MMAP_WRAPPER(mmap, off_t)
+MMAP_WRAPPER(mmap64, off64_t)
 
 // Every command line the console hands to the shell is recorded, one per line.
 int system(const char *cmdline) {

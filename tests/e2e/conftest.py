@@ -26,14 +26,16 @@ def golden(name):
         return f.read()
 
 
-def startup(watchdog=True, keypad=True, jack=True):
-    """What the console prints before its first prompt, for the devices present."""
+def startup(watchdog=True, keypad=True, jack=True, display=""):
+    """What the console prints before its first prompt, for the devices present.
+    `display`: the drawing layer's log lines (none while the framebuffer works)."""
     text = "Opening watchdog file at /dev/watchdog ... "
     text += "Disabling watchdog timer.\n" if watchdog else "watchdog file could not be opened\n"
     if not keypad:
         text += "keyTestInit(): fail - keypad device can't be opened\n"
     if not jack:
         text += "jackTestInit(): fail - 3.5 headset event device can't be opened\n"
+    text += display
     return text + "\n"
 
 

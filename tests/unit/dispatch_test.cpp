@@ -38,7 +38,7 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
         {"program commit", "PASS\n"},
         {"lcd", kNot},
         {"lcd foo", kNot},
-        {"lcd fill 1", kNot},                    // no display on this console yet
+        {"lcd fill x", "FAIL Err invalid color=0\n"},
         {"wifi", "Not a valid command option. Please check ft help for wifi command options.\n"},
         {"wifi start", kNot},
         {"bt foo", "Not a valid command option. Please check ft help for BT command options.\n"},

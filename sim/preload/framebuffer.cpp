@@ -1,0 +1,85 @@
+// /dev/graphics/fb0 and the panel timings of the device tree.
+//
+// The framebuffer is the phone's dev/fb0, xres * yres * 4 bytes whatever depth
+// the driver reports, so the console's mapping is a real one. The driver's
+// geometry lives in display/fb ("xres=", "yres=", "bpp=" lines), re-read at each
+// ioctl. The panel timings cannot be bound into procfs: their opens go to the
+// phone's device-tree/ copy, which holds 4-byte big-endian cells.
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <linux/fb.h>
+#include <string>
+
+#include "sim/common/phone.h"
+#include "sim/preload/nodes.h"
+
+namespace {
+
+struct Geometry {
+    unsigned xres = 0, yres = 0, bpp = 0;
+};
+
+bool load_geometry(Geometry &g) {
+    std::string text;
+    if (!sim::read_file("display/fb", text, 4096)) return false;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find('\n', pos);
+        if (end == std::string::npos) end = text.size();
+        std::string row = text.substr(pos, end - pos);
+        pos = end + 1;
+        size_t eq = row.find('=');
+        if (eq == std::string::npos) continue;
+        unsigned value = static_cast<unsigned>(std::strtoul(row.c_str() + eq + 1, nullptr, 10));
+        std::string key = row.substr(0, eq);
+        if (key == "xres") g.xres = value;
+        if (key == "yres") g.yres = value;
+        if (key == "bpp") g.bpp = value;
+    }
+    return g.xres && g.yres && g.bpp;
+}
+
+int fail(int err) {
+    errno = err;
+    return -1;
+}
+
+int fb_ioctl(int, unsigned long request, void *arg) {
+    Geometry g;
+    switch (request) {
+    case FBIOGET_VSCREENINFO: {
+        if (!arg) return fail(EFAULT);
+        if (sim::fault("fb-vscreeninfo") || !load_geometry(g)) return fail(EINVAL);
+        fb_var_screeninfo info{};
+        info.xres = info.xres_virtual = g.xres;
+        info.yres = info.yres_virtual = g.yres;
+        info.bits_per_pixel = g.bpp;
+        std::memcpy(arg, &info, sizeof info);
+        return 0;
+    }
+    case FBIOPAN_DISPLAY: {
+        if (!arg) return fail(EFAULT);
+        if (sim::fault("fb-pan") || !load_geometry(g)) return fail(EINVAL);
+        fb_var_screeninfo info;
+        std::memcpy(&info, arg, sizeof info);
+        // Only the visible screen exists: any other offset is out of range.
+        if (info.xoffset != 0 || info.yoffset != 0) return fail(EINVAL);
+        return 0;
+    }
+    default:
+        return fail(ENOTTY);
+    }
+}
+
+int fb_mmap_check(int) { return sim::fault("fb-mmap") ? fail(ENOMEM) : 0; }
+
+constexpr preload::DeviceNode kDisplay[] = {
+    {"/dev/graphics/fb0", "dev/fb0", 0, fb_ioctl, fb_mmap_check},
+    {"/proc/device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/",
+     "device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/", 0, nullptr},
+};
+
+__attribute__((constructor)) void register_display() { preload::add_nodes(kDisplay); }
+
+}  // namespace
