@@ -7,6 +7,7 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "audio/mixer_paths.h"
 #include "shell/dispatch.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
@@ -16,6 +17,7 @@ namespace {
 // Each step prints its own messages; none of them stops the console.
 void start_up() {
     disableWatchdog();
+    initialize_audio();
     std::putchar('\n');
 }
 
