@@ -23,11 +23,18 @@ def golden(name):
         return f.read()
 
 
-def startup(watchdog=True):
+def startup(watchdog=True, mixer=True):
     """What the console prints before its first prompt, for the devices present."""
     text = "Opening watchdog file at /dev/watchdog ... "
     text += "Disabling watchdog timer.\n" if watchdog else "watchdog file could not be opened\n"
+    if not mixer:
+        text += "initialize_audio : mixer_open failed\n"
     return text + "\n"
+
+
+def startup_calls(mixer=True):
+    """The shell command lines start-up runs, as ./ftsim calls lists them."""
+    return "echo 1 > /sys/class/audio_ports_ctl/wired_handset/amp_enable\n" if mixer else ""
 
 
 def transcript(*steps, eof=False):
