@@ -36,7 +36,7 @@ std::atomic<int> g_tone_threads{0};
 
 // A stopped thread ends after the write in progress, a fraction of a second;
 // a start waits that long for it to let go of the PCM, but no longer.
-constexpr auto kStoppedThreadWait = std::chrono::seconds(1);
+constexpr auto kStoppedThreadWait = std::chrono::seconds(2);
 constexpr auto kStoppedThreadPoll = std::chrono::milliseconds(2);
 
 struct PcmCloser {
