@@ -15,6 +15,10 @@ std::string pcm_node(unsigned card, unsigned device) {
     return "pcmC" + std::to_string(card) + "D" + std::to_string(device) + "p";
 }
 
+bool fault(const std::string &name) {
+    return ::faccessat(AT_FDCWD, sim::phone_path("faults/" + name).c_str(), F_OK, 0) == 0;
+}
+
 bool replace_file(const std::string &rel, const std::string &data) {
     std::string path = sim::phone_path(rel);
     std::string tmp = path + ".tmp." + std::to_string(::getpid());

@@ -13,6 +13,11 @@ namespace card {
 std::string control_file(unsigned card);
 std::string pcm_node(unsigned card, unsigned device);   // e.g. "pcmC1D5p"
 
+// True while `./ftsim fault PHONE NAME` holds. The playback thread may still be
+// writing while the console exits, so this avoids the calls the preload library
+// wraps (their tables are torn down at exit).
+bool fault(const std::string &name);
+
 // Replaces `rel` for readers in one step (no fsync: a mixer is not worth it).
 bool replace_file(const std::string &rel, const std::string &data);
 

@@ -192,7 +192,7 @@ int pcm_write(struct pcm *p, const void *data, unsigned int count) {
         p->start = from_ns(now - frames_ns(p->frames, rate));
     }
 
-    if (sim::fault("pcm-write")) {
+    if (card::fault("pcm-write")) {
         // A stalled DMA: the write waits for the frames' time, then gives up.
         sleep_until(now + frames_ns(frames, rate));
         p->start = from_ns(now_ns() - frames_ns(p->frames, rate));

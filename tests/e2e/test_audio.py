@@ -264,34 +264,25 @@ def test_second_tone_meets_a_busy_stream_and_one_stop_ends_both(phone):
 
 
 BAD_FILES = [
-    ("missing", None, CANNOT_OPEN, None),
-    ("ends before its data", riff(fmt(), chunk(b"LIST", b"abcd")), CANNOT_OPEN, None),
-    ("no format", riff(chunk(b"data", b"\0" * 64)),
-     "play_sample : Unable to open PCM device 5 (cannot set hw params: Invalid argument)\n", None),
-    ("24-bit", riff(fmt(bits=24), chunk(b"data", b"\1" * 600)), "", "S16_LE"),
-    ("32-bit float", riff(fmt(bits=32, code=3), chunk(b"data", b"\1" * 600)), "", "S32_LE"),
+    ("missing", None),
+    ("ends before its data", riff(fmt(), chunk(b"LIST", b"abcd"))),
 ]
 
 
-@pytest.mark.parametrize("data,message,played_as", [c[1:] for c in BAD_FILES],
-                         ids=[c[0] for c in BAD_FILES])
-def test_unusual_tone_files(phone, data, message, played_as):
+@pytest.mark.parametrize("data", [c[1] for c in BAD_FILES], ids=[c[0] for c in BAD_FILES])
+def test_unplayable_tone_files(phone, data):
     if data is None:
         os.remove(os.path.join(phone.path, TONE))
     else:
         put_tone(phone, data)
     live = Live(phone)
     live.send("tone 1 1")
-    if message:
-        live.printed(message)
-    else:
-        wait_until(lambda: live.pcm("playing") == "yes")
+    live.printed(CANNOT_OPEN)
     live.send("tone 0")
-    wait_until(lambda: live.pcm("playing") == "no")
     out = live.close()
-    assert out.replace(message, "") == startup() + transcript(("tone 1 1", ""), ("tone 0", ""),
-                                                              eof=True)
-    assert show(phone, "pcm")["format"] == (played_as or "")
+    assert out.replace(CANNOT_OPEN, "") == startup() + transcript(("tone 1 1", ""), ("tone 0", ""),
+                                                                  eof=True)
+    assert show(phone, "pcm")["format"] == ""
 
 
 def test_write_errors_print_once_per_pass_until_stopped(phone):

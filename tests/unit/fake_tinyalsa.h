@@ -1,9 +1,8 @@
-// Sound card 1 for the unit tests: controls in memory, every value set logged,
+// Sound card 1 for the unit tests: every value set logged,
 // the PCM's writes collected.
 #pragma once
 
 #include <functional>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,7 +13,6 @@ struct FakeCard {
     bool open_fails = false;
     std::set<std::string> missing;          // controls the card lacks
     std::vector<std::string> sets;          // "NAME[i]=v", in call order
-    std::map<std::string, std::vector<int>> values;
 
     // The stream.
     const char *pcm_error = nullptr;        // set: the open is not ready, with this text

@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
-#include "audio/audio_warn.h"
 #include "platform/shell_quote.h"
-#include "tests/unit/fake_shell.h"
 
 namespace {
 
@@ -47,46 +43,6 @@ TEST(ShellQuote, ALineThatWouldNotFitIsRefusedWhole) {
     quoted.word("a'b");                 // 'a'\''b' is 9 characters: 14 in all
     EXPECT_FALSE(quoted.fits());
     EXPECT_STREQ(quoted.c_str(), "cmd");
-}
-
-TEST(AudioWarn, RunsTheScriptOrRefusesTheLine) {
-    struct Case {
-        const char *words[7];
-        const char *out;
-        const char *call;   // null: nothing runs
-    } cases[] = {
-        {{"10.1.1.9", "ft", "pw", "in.wav", "127", "119", "out.wav"}, "",
-         "/system/bin/audio_warn.sh 10.1.1.9 ft pw in.wav 127 119 out.wav"},
-        {{"10.1.1.9", "ft", "", "", "", "", ""}, "", "/system/bin/audio_warn.sh 10.1.1.9 ft     "},
-        {{"h", "u", "p;reboot", "a b", "1", "2", "o"}, "",
-         "/system/bin/audio_warn.sh h u 'p;reboot' 'a b' 1 2 o"},
-    };
-    for (const Case &c : cases) {
-        shell_calls().clear();
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(audio_warn(c.words[0], c.words[1], c.words[2], c.words[3], c.words[4],
-                             c.words[5], c.words[6]),
-                  1);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
-        ASSERT_EQ(shell_calls().size(), 1u);
-        EXPECT_EQ(shell_calls()[0], c.call);
-    }
-
-    // 25 + 7 blanks + 7 words of 68 quotes at 4 characters each, quoted: far past 511.
-    std::string quotes(68, '\'');
-    const char *q = quotes.c_str();
-    shell_calls().clear();
-    testing::internal::CaptureStdout();
-    audio_warn(q, q, q, q, q, q, q);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Command too long (511 characters at most)\n");
-    EXPECT_TRUE(shell_calls().empty());
-
-    // A line of exactly 511 characters still runs.
-    std::string w(68, 'w'), last(71, 'w');
-    shell_calls().clear();
-    audio_warn(w.c_str(), w.c_str(), w.c_str(), w.c_str(), w.c_str(), w.c_str(), last.c_str());
-    ASSERT_EQ(shell_calls().size(), 1u);
-    EXPECT_EQ(shell_calls()[0].size(), 511u);
 }
 
 }  // namespace
