@@ -2,6 +2,10 @@
 // a row without a handler belongs to a test this console does not have yet.
 #include <cstdio>
 
+#include "audio/audio_loop.h"
+#include "audio/audio_warn.h"
+#include "audio/mixer_paths.h"
+#include "audio/tone.h"
 #include "display/indicators.h"
 #include "display/lcd.h"
 #include "factory/gencert.h"
@@ -133,10 +137,14 @@ constexpr Command kTable[] = {
     {"program", nullptr, kProgramSubs, kNotValidCommand},
     {"production", [](CommandLine &l) { return production(l.word(1)); }},
     {"audio", [](CommandLine &) { printAudioHelp(); return 0; }},
-    {"loop"},
-    {"section508"},
-    {"tone"},
-    {"warn"},
+    {"loop", [](CommandLine &l) { return audio_loop(l.word(1), l.word(2), l.word(3)); }},
+    {"section508", [](CommandLine &l) { return audio_section508_gain(l.word(1)); }},
+    {"tone", [](CommandLine &l) { return audio_tone(l.word(1), l.word(2)); }},
+    {"warn",
+     [](CommandLine &l) {
+         return audio_warn(l.word(1), l.word(2), l.word(3), l.word(4), l.word(5), l.word(6),
+                           l.word(7));
+     }},
     {"lcd", nullptr, kLcdSubs, kNotValidCommand},
     {"lcd_digit", [](CommandLine &l) { return lcd_digit(l.word(1), l.word(2)); }},
     {"backlight", [](CommandLine &l) { return backlightTest(l.word(1)); }},

@@ -7,6 +7,7 @@
 #include <readline/readline.h>
 #include <unistd.h>
 
+#include "audio/mixer_paths.h"
 #include "display/drvfb.h"
 #include "input/hookswitch.h"
 #include "input/jack.h"
@@ -25,6 +26,7 @@ void start_up() {
     hookswitchTestInit();
     ehsTestInit();
     init_display();
+    initialize_audio();
     std::putchar('\n');
 }
 

@@ -26,7 +26,7 @@ def golden(name):
         return f.read()
 
 
-def startup(watchdog=True, keypad=True, jack=True, display=""):
+def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True):
     """What the console prints before its first prompt, for the devices present.
     `display`: the drawing layer's log lines (none while the framebuffer works)."""
     text = "Opening watchdog file at /dev/watchdog ... "
@@ -36,7 +36,14 @@ def startup(watchdog=True, keypad=True, jack=True, display=""):
     if not jack:
         text += "jackTestInit(): fail - 3.5 headset event device can't be opened\n"
     text += display
+    if not mixer:
+        text += "initialize_audio : mixer_open failed\n"
     return text + "\n"
+
+
+def startup_calls(mixer=True):
+    """The shell command lines start-up runs, as ./ftsim calls lists them."""
+    return "echo 1 > /sys/class/audio_ports_ctl/wired_handset/amp_enable\n" if mixer else ""
 
 
 def transcript(*steps, eof=False):

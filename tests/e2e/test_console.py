@@ -1,5 +1,5 @@
 """The console over a pipe: start-up, the loop's rules, help pages, end of input."""
-from conftest import golden, startup, transcript
+from conftest import golden, startup, startup_calls, transcript
 
 NOT_VALID = "Not a valid command\n"
 
@@ -58,5 +58,5 @@ def test_dispatcher_families(phone):
         ("tolma regulatory", NOT_VALID), ("l2GetPVID 5", "\nl2portCntrs() FAIL. port not valid ! \n"),
         ("bt", "Not a valid command option. Please check ft help for BT command options.\n"),
         ("mfg wifi stop", ""), eof=True)
-    assert phone.calls() == ("/system/bin/wifi_reg_test.sh start\n"
+    assert phone.calls() == startup_calls() + ("/system/bin/wifi_reg_test.sh start\n"
                              "/system/bin/wifi_reg_test.sh stop\n")

@@ -1,5 +1,5 @@
 """Factory parameters and production mode against the simulated store."""
-from conftest import ftsim, startup, transcript
+from conftest import ftsim, startup, startup_calls, transcript
 
 UNSET = '"<NOT Initialized>"'
 
@@ -71,7 +71,7 @@ def test_production_switch_reboots_and_persists(phone):
     assert out == startup() + transcript(
         ("production", "Factory Mode\n"),
         ("production 1", "Production Mode Enabled\nRebooting...\n"))
-    assert phone.calls() == "reboot\n"
+    assert phone.calls() == startup_calls() + "reboot\n"
     assert phone.values()["OPERATIONAL_MODE"] == "1"
 
     out, rc = phone.run("production", "production 1")
@@ -90,7 +90,7 @@ def test_failed_switch_or_shell_keeps_the_console(phone):
     assert (out, rc) == (startup() + transcript(
         ("production 1", "Production Mode Enabled\nRebooting...\n"),
         ("production", "Production Mode\n"), eof=True), 0)
-    assert phone.calls() == "reboot\n"
+    assert phone.calls() == startup_calls() * 2 + "reboot\n"
 
 
 def test_ftsim_forms(phone, tmp_path):

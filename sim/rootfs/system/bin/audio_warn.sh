@@ -1,0 +1,4 @@
+#!/bin/sh
+# Device script of the play-and-record test: recorded only, one <argument> each.
+{ printf 'audio_warn.sh'; for a in "$@"; do printf ' <%s>' "$a"; done; echo; } >> /sim/log/tools
+exit 0

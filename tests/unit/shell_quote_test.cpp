@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include "platform/shell_quote.h"
+
+namespace {
+
+TEST(ShellQuote, EachWordIsOneShellWord) {
+    struct Case {
+        const char *word;
+        const char *line;
+    } cases[] = {
+        {"10.0.0.1", "cmd 10.0.0.1"},
+        {"a-Z_0.9/x:y@h%p+q=r,s", "cmd a-Z_0.9/x:y@h%p+q=r,s"},
+        {"", "cmd "},
+        {"a;reboot", "cmd 'a;reboot'"},
+        {"$(id)", "cmd '$(id)'"},
+        {"it's", "cmd 'it'\\''s'"},
+        {"'", "cmd ''\\'''"},
+        {"~root", "cmd '~root'"},
+        {"tab\there", "cmd 'tab\there'"},
+        {"*", "cmd '*'"},
+    };
+    for (const Case &c : cases) {
+        ShellLine<64> line("cmd");
+        line.word(c.word);
+        EXPECT_TRUE(line.fits()) << c.word;
+        EXPECT_STREQ(line.c_str(), c.line) << c.word;
+    }
+}
+
+TEST(ShellQuote, ALineThatWouldNotFitIsRefusedWhole) {
+    ShellLine<12> line("cmd");          // 11 characters at most
+    line.word("1234567");               // "cmd 1234567": exactly 11
+    EXPECT_TRUE(line.fits());
+    EXPECT_STREQ(line.c_str(), "cmd 1234567");
+    line.word("");                      // one more blank would not fit
+    EXPECT_FALSE(line.fits());
+    line.word("x").raw("");
+    EXPECT_FALSE(line.fits());
+    EXPECT_STREQ(line.c_str(), "cmd 1234567");
+
+    ShellLine<12> quoted("cmd");
+    quoted.word("a'b");                 // 'a'\''b' is 9 characters: 14 in all
+    EXPECT_FALSE(quoted.fits());
+    EXPECT_STREQ(quoted.c_str(), "cmd");
+}
+
+}  // namespace
