@@ -20,10 +20,12 @@ asan: deps
 	@cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DFT_BUILD_NAME=asan -DFT_SANITIZE=ON >/dev/null
 	@cmake --build build/asan -j$(JOBS)
 
-arm: deps
+# Build-time generators (the digit images) run on this machine: the host build's.
+arm: host
 	@tools/arm-sysroot build/arm/sysroot
 	@cmake -S . -B build/arm -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFT_BUILD_NAME=arm \
-		-DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/armhf.cmake >/dev/null
+		-DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/armhf.cmake \
+		-DDIGIT_GENERATOR=$(CURDIR)/build/host/display/make_digit_images >/dev/null
 	@cmake --build build/arm -j$(JOBS)
 
 # libFuzzer needs clang: the console's fuzz target, with its own sanitizer build.

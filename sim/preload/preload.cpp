@@ -37,9 +37,11 @@ unsigned long long inode_of(int fd) {
     return (static_cast<unsigned long long>(st.st_dev) << 32) ^ st.st_ino;
 }
 
+// Never destroyed: a detached thread (tone playback) may still open and close
+// devices while the process runs its exit handlers.
 std::vector<const DeviceNode *> &registry() {
-    static std::vector<const DeviceNode *> nodes;
-    return nodes;
+    static auto *nodes = new std::vector<const DeviceNode *>;
+    return *nodes;
 }
 
 void track(int fd, const DeviceNode *node) {
