@@ -15,6 +15,9 @@ MIX = [
     "info", "program read phonesn", "program write hwver 7", 'program write pwbsn "a  b"',
     "program list all", "program commit", "program reset nvdata", "production 0",
     "audio", "l2", "l2portCntrs 7", "mfg bt x", "nosuch", "ft", "tolma foo",
+    "lcd fill 2", "lcd crosshair", "lcd_digit W 7", "backlight on", "rawbacklight 40", "led flash",
+    "key 1", "key 0", "jackdet 1", "jackdet 0", "hookswitch 2", "ehs 1", "ehs 0", "cradle 0",
+    "section508 1", "section508 0", "loop 1 0 2", "loop 0 0 2", "warn a b c d 1 2 e",
     "program write phonesn " + "w" * 120, " ".join(["w"] * 22), "x" * 300,
 ]
 
