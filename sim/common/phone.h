@@ -22,6 +22,22 @@ bool write_atomically(const std::string &rel, const char *data, size_t len);
 // Reads at most `max` bytes of `rel`; false when it does not exist.
 bool read_file(const std::string &rel, std::string &out, size_t max);
 
+// Calls `row(key, value)` for each "KEY=VALUE" line of `rel` (at most `max`
+// bytes read); lines without '=' are skipped. False when `rel` does not exist.
+template <typename Row>
+bool read_key_values(const std::string &rel, size_t max, Row row) {
+    std::string text;
+    if (!read_file(rel, text, max)) return false;
+    for (size_t pos = 0; pos < text.size();) {
+        size_t end = text.find('\n', pos);
+        if (end == std::string::npos) end = text.size();
+        size_t eq = text.find('=', pos);
+        if (eq < end) row(text.substr(pos, eq - pos), text.substr(eq + 1, end - eq - 1));
+        pos = end + 1;
+    }
+    return true;
+}
+
 // Appends one line (a single write, so concurrent writers never interleave).
 void append_line(const std::string &rel, const std::string &line);
 

@@ -30,19 +30,11 @@ struct Control {
 };
 
 bool read_controls(unsigned card, std::vector<Control> &out) {
-    std::string text;
-    if (!sim::read_file(card::control_file(card), text, kMaxControlFile)) return false;
     out.clear();
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string::npos) end = text.size();
-        std::string line = text.substr(pos, end - pos);
-        pos = end + 1;
-        size_t eq = line.find('=');
-        if (eq == std::string::npos) continue;
-        Control c{line.substr(0, eq), {}};
-        const char *p = line.c_str() + eq + 1;
+    return sim::read_key_values(card::control_file(card), kMaxControlFile,
+                                [&](const std::string &name, const std::string &values) {
+        Control c{name, {}};
+        const char *p = values.c_str();
         while (*p) {
             char *next;
             c.values.push_back(static_cast<int>(std::strtol(p, &next, 10)));
@@ -50,8 +42,7 @@ bool read_controls(unsigned card, std::vector<Control> &out) {
             p = *next == ',' ? next + 1 : next;
         }
         out.push_back(std::move(c));
-    }
-    return true;
+    });
 }
 
 bool write_controls(unsigned card, const std::vector<Control> &controls) {

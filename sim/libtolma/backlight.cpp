@@ -20,25 +20,15 @@ struct Backlight {
 };
 
 bool load(Backlight &b) {
-    std::string text;
-    if (!sim::read_file(kState, text, 4096)) return false;
-    size_t pos = 0;
     bool have_max = false;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string::npos) end = text.size();
-        std::string row = text.substr(pos, end - pos);
-        pos = end + 1;
-        size_t eq = row.find('=');
-        if (eq == std::string::npos) continue;
-        std::string key = row.substr(0, eq), value = row.substr(eq + 1);
+    sim::read_key_values(kState, 4096, [&](const std::string &key, const std::string &value) {
         if (key == "power") b.power = value == "on";
         if (key == "level") b.level = std::atoi(value.c_str());
         if (key == "max") {
             b.max = std::atoi(value.c_str());
             have_max = true;
         }
-    }
+    });
     return have_max;
 }
 

@@ -21,22 +21,12 @@ struct Geometry {
 };
 
 bool load_geometry(Geometry &g) {
-    std::string text;
-    if (!sim::read_file("display/fb", text, 4096)) return false;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string::npos) end = text.size();
-        std::string row = text.substr(pos, end - pos);
-        pos = end + 1;
-        size_t eq = row.find('=');
-        if (eq == std::string::npos) continue;
-        unsigned value = static_cast<unsigned>(std::strtoul(row.c_str() + eq + 1, nullptr, 10));
-        std::string key = row.substr(0, eq);
+    sim::read_key_values("display/fb", 4096, [&](const std::string &key, const std::string &text) {
+        unsigned value = static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 10));
         if (key == "xres") g.xres = value;
         if (key == "yres") g.yres = value;
         if (key == "bpp") g.bpp = value;
-    }
+    });
     return g.xres && g.yres && g.bpp;
 }
 
