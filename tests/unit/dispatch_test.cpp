@@ -62,13 +62,6 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
     }
 }
 
-TEST(Dispatch, QuitWords) {
-    EXPECT_EQ(run_line("quit").result, Dispatch::kQuit);
-    EXPECT_EQ(run_line("q").result, Dispatch::kQuit);
-    EXPECT_EQ(run_line("quit now").result, Dispatch::kQuit);
-    EXPECT_EQ(run_line("QUIT").result, Dispatch::kContinue);
-}
-
 TEST(Dispatch, MfgWifiRunsTheScript) {
     shell_calls().clear();
     run_line("mfg wifi start");
@@ -126,19 +119,6 @@ TEST(Dispatch, SwitchArgumentChecks) {
         {"l2getSSC", kNot},
     };
     for (const DispatchCase &c : cases) EXPECT_EQ(run_line(c.line).out, c.out) << c.line;
-}
-
-TEST(Dispatch, HelpPagesFrameAndLeadingLines) {
-    std::string general = run_line("?").out;
-    std::string rule(74, '=');
-    EXPECT_EQ(general.rfind("\n\n" + rule + "\n\t\tFactory Test Help\n" + rule + "\n", 0), 0u);
-    EXPECT_EQ(run_line("help").out, general);
-    EXPECT_EQ(run_line("h").out, general);
-    EXPECT_EQ(run_line("audio").out.rfind(rule + "\n\t\tFactory Test Audio Help\n", 0), 0u);
-    std::string l2 = run_line("l2").out;
-    EXPECT_EQ(l2.rfind(rule + "\n\t\tFactory l2 Help\n", 0), 0u);
-    // The one item without a line end runs into the next.
-    EXPECT_NE(l2.find("\tft l2GetGreenEthernetPort \n\t\t\t\t Get Green"), std::string::npos);
 }
 
 }  // namespace

@@ -56,12 +56,4 @@ TEST(SplitLine, WordsLimitsAndTheirOrder) {
     }
 }
 
-TEST(SplitLine, RefusalTexts) {
-    EXPECT_STREQ(split_refusal(SplitResult::kLineTooLong), "Line too long (255 characters at most)");
-    EXPECT_STREQ(split_refusal(SplitResult::kTooManyWords), "Too many words (20 at most)");
-    EXPECT_STREQ(split_refusal(SplitResult::kWordTooLong), "Word too long (99 characters at most)");
-    EXPECT_EQ(split_refusal(SplitResult::kOk), nullptr);
-    EXPECT_EQ(split_refusal(SplitResult::kNoWords), nullptr);
-}
-
 }  // namespace
