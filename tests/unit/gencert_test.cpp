@@ -54,11 +54,4 @@ TEST(DeviceKey, MacTakesOnlySixHexPairsAndNeverOverrunsTheBuffer) {
     }
 }
 
-TEST(DeviceKey, Base64BreaksLinesAfter48BytesLikeTheEvpEncoder) {
-    unsigned char bytes[49];
-    for (int i = 0; i < 49; ++i) bytes[i] = static_cast<unsigned char>(i);
-    EXPECT_STREQ(do_base64_encode(bytes, 49).get(),
-                 "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8gISIjJCUmJygpKissLS4v\nMA==\n");
-}
-
 }  // namespace
