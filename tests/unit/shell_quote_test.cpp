@@ -22,26 +22,20 @@ TEST(ShellQuote, EachWordIsOneShellWord) {
     };
     for (const Case &c : cases) {
         ShellLine<64> line("cmd");
-        line.word(c.word);
-        EXPECT_TRUE(line.fits()) << c.word;
+        EXPECT_TRUE(line.word(c.word).fits()) << c.word;
         EXPECT_STREQ(line.c_str(), c.line) << c.word;
     }
 }
 
 TEST(ShellQuote, ALineThatWouldNotFitIsRefusedWhole) {
-    ShellLine<12> line("cmd");          // 11 characters at most
-    line.word("1234567");               // "cmd 1234567": exactly 11
-    EXPECT_TRUE(line.fits());
-    EXPECT_STREQ(line.c_str(), "cmd 1234567");
-    line.word("");                      // one more blank would not fit
-    EXPECT_FALSE(line.fits());
-    line.word("x").raw("");
-    EXPECT_FALSE(line.fits());
+    ShellLine<12> line("cmd");                      // 11 characters at most
+    EXPECT_TRUE(line.word("1234567").fits());       // "cmd 1234567": exactly 11
+    EXPECT_FALSE(line.word("").fits());             // one more blank would not fit
+    EXPECT_FALSE(line.word("x").raw("").fits());    // nothing goes in after a refusal
     EXPECT_STREQ(line.c_str(), "cmd 1234567");
 
     ShellLine<12> quoted("cmd");
-    quoted.word("a'b");                 // 'a'\''b' is 9 characters: 14 in all
-    EXPECT_FALSE(quoted.fits());
+    EXPECT_FALSE(quoted.word("a'b").fits());        // 'a'\''b' is 9 characters: 14 in all
     EXPECT_STREQ(quoted.c_str(), "cmd");
 }
 
