@@ -23,8 +23,7 @@ TEST(DigitImages, CentredAntiAliasedAndDistinct) {
             bottom = std::max(bottom, i / kDigitSide);
             (w == 0 ? blacks : greys)++;
         }
-        EXPECT_GT(blacks, 300);
-        EXPECT_GT(greys, 20);
+        EXPECT_TRUE(blacks > 300 && greys > 20) << blacks << " black, " << greys << " grey";
         EXPECT_TRUE(left > 0 && right < kDigitSide - 1) << left << ".." << right;
         EXPECT_LE(std::abs(left + right - (kDigitSide - 1)), 2) << left << ".." << right;
         for (int e = 0; e < d; ++e)
