@@ -125,9 +125,9 @@ TEST_F(Screen, ConcurrentFillsNeverInterleave) {
 
 // This host has no framebuffer: start-up reports each failed step once and
 // still initialises the backlight; a failed open stays failed until closed.
-TEST(DrawingLayer, FailuresAreLoggedOnceAndReleased) {
-    auto log = [](const char *site, const std::string &text) {
-        return "libtolma (line " + (site + (" in files/src/drvFB): " + text));
+TEST(DrawingLayer, FailuresAreLoggedOnce) {
+    auto log = [](const std::string &site, const std::string &text) {
+        return "libtolma (line " + site + " in files/src/drvFB): " + text;
     };
     const std::string open_failed = log("179 of open_framebuffer", "open failed, errno=2\n");
     tolma_display = {};
