@@ -4,44 +4,34 @@
 
 #include "platform/tolma.h"
 
-FakeTolmaDisplay &tolma_display() {
-    static FakeTolmaDisplay fake;
-    return fake;
-}
+FakeTolmaDisplay tolma_display;
 
 namespace {
 
-int record(std::string call) {
-    tolma_display().calls.push_back(std::move(call));
-    return tolma_display().result;
+int record(const char *name, const std::string &args = "") {
+    tolma_display.calls.push_back(name + ("(" + args + ")"));
+    return tolma_display.result;
 }
+
+std::string str(int n) { return std::to_string(n); }
 
 }  // namespace
 
 extern "C" {
 
-int Backlight_Init(void) { return record("Backlight_Init()"); }
-
-int BacklightOnOff(int on) { return record("BacklightOnOff(" + std::to_string(on) + ")"); }
-
-int Backlight_SetRawBrightness(int level) {
-    return record("Backlight_SetRawBrightness(" + std::to_string(level) + ")");
-}
+int Backlight_Init(void) { return record("Backlight_Init"); }
+int BacklightOnOff(int on) { return record("BacklightOnOff", str(on)); }
+int Backlight_SetRawBrightness(int n) { return record("Backlight_SetRawBrightness", str(n)); }
 
 int Backlight_GetMaxBrightness(int *max) {
-    FakeTolmaDisplay &f = tolma_display();
-    f.calls.push_back("Backlight_GetMaxBrightness()");
-    if (f.max_result == 0) *max = f.max;
-    return f.max_result;
+    record("Backlight_GetMaxBrightness");
+    if (tolma_display.max_result == 0) *max = 255;
+    return tolma_display.max_result;
 }
 
-int Led_SetSteadyStateAll(int on) {
-    return record("Led_SetSteadyStateAll(" + std::to_string(on) + ")");
-}
-
-int Led_SetFlashStateAll(int on_time, int off_time) {
-    return record("Led_SetFlashStateAll(" + std::to_string(on_time) + "," +
-                  std::to_string(off_time) + ")");
+int Led_SetSteadyStateAll(int on) { return record("Led_SetSteadyStateAll", str(on)); }
+int Led_SetFlashStateAll(int on_ms, int off_ms) {
+    return record("Led_SetFlashStateAll", str(on_ms) + "," + str(off_ms));
 }
 
 }  // extern "C"
