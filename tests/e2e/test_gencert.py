@@ -1,5 +1,6 @@
 """gencert on the simulated phone, with the host's real openssl tool."""
 import base64
+import datetime
 import hashlib
 import hmac
 import pathlib
@@ -64,11 +65,21 @@ def test_certificate_bundle_opens_with_an_independently_derived_key(unit):
     seed = seed_file.read_bytes()
     assert len(seed) == 32
     key = base64.b64encode(hmac.new(seed, b"001122AAbbCC", hashlib.sha256).digest()).decode()
-    cert = subprocess.run(
-        ["sh", "-c", 'openssl pkcs12 -in "$0" -passin "pass:$1" -nokeys | '
-         "openssl x509 -noout -subject -nameopt compat -fingerprint -sha256",
-         unit.path + C + "factorycert.p12", key], capture_output=True, text=True).stdout
-    assert cert == f"subject=/C=US/ST=CA/O=Tolma,Inc./CN=001122AAbbCC\nsha256 Fingerprint={thumb}\n"
+
+    def bundle(part, then):
+        return subprocess.run(["sh", "-c", f'openssl pkcs12 -in "$0" -passin "pass:$1" {part} | {then}',
+                               unit.path + C + "factorycert.p12", key],
+                              capture_output=True, text=True).stdout
+
+    cert = dict(line.split("=", 1) for line in bundle(
+        "-nokeys", "openssl x509 -noout -subject -nameopt compat -fingerprint -sha256 "
+                   "-startdate -enddate").splitlines())
+    assert cert["subject"] == "/C=US/ST=CA/O=Tolma,Inc./CN=001122AAbbCC"
+    assert cert["sha256 Fingerprint"] == thumb
+    start, end = (datetime.datetime.strptime(cert[k], "%b %d %H:%M:%S %Y GMT")
+                  for k in ("notBefore", "notAfter"))
+    assert end - start == datetime.timedelta(days=7300)
+    assert "ASN1 OID: prime256v1" in bundle("-nocerts -nodes", "openssl pkey -noout -text")
 
     gencert(unit)           # a new seed, so a new key, at every run
     assert seed_file.read_bytes() != seed
