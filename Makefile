@@ -2,6 +2,7 @@
 #   host: the native build    asan: AddressSanitizer + UBSan    arm: the phone's armhf build
 PHONE ?= build/phone
 JOBS := $(shell nproc)
+MAKEFLAGS += --no-print-directory
 
 FUZZ_SECONDS ?= 300
 
