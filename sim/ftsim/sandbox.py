@@ -41,6 +41,21 @@ def _copy(src, dest):
     os.replace(tmp, dest)
 
 
+# Where the phone's device stand-ins show under /dev, so that the shell commands
+# the console runs see the phone's nodes too (the console itself reaches them
+# through the preload library, which also answers their ioctls).
+DEV_NODES = (("input", "/dev/input"), ("snd", "/dev/snd"), ("watchdog", "/dev/watchdog"),
+             ("fb0", "/dev/graphics/fb0"))
+
+
+def _dev_binds(phone):
+    args = []
+    for name, node in DEV_NODES:
+        if os.path.lexists(phone.p("dev", name)):
+            args += ["--bind", phone.p("dev", name), node]
+    return args
+
+
 def _root_links():
     """/bin, /lib... as the host has them: links into /usr, or folders to bind."""
     args = ["--ro-bind", "/usr", "/usr", "--ro-bind", "/etc", "/etc"]
@@ -80,7 +95,7 @@ def command(phone, argv, env, extra=()):
     args = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-net",
             "--unshare-ipc", "--unshare-uts", "--hostname", "phone"]
     args += _root_links()
-    args += ["--proc", "/proc", "--dev", "/dev"]
+    args += ["--proc", "/proc", "--dev", "/dev"] + _dev_binds(phone)
     for fs in ("system", "reserved", "cache", "data", "tmp", "sys"):
         args += ["--bind", phone.p(fs), "/" + fs]
     args += extra
