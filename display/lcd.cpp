@@ -23,12 +23,14 @@ int verdict(int result) {
 }
 
 // The common frame of a pattern: open, learn the size, draw, close, verdict.
+// The size stays unsigned: halves and last rows are worked out on the panel's
+// own numbers and only the results become coordinates.
 template <typename Draw>
 int draw_pattern(Draw draw) {
     uint32_t w = 0, h = 0;
     int result = open_framebuffer();
     result |= get_display_size(&w, &h);
-    result |= draw(static_cast<int>(w), static_cast<int>(h));
+    result |= draw(w, h);
     result |= close_framebuffer();
     return verdict(result);
 }
@@ -41,13 +43,13 @@ int lcd_fill(const char *word) {
         std::printf("FAIL Err invalid color=%d\n", colour);
         return -1;
     }
-    return draw_pattern([&](int w, int h) {
+    return draw_pattern([&](uint32_t w, uint32_t h) {
         return fillrect(0, 0, w - 1, h - 1, static_cast<unsigned>(colour));
     });
 }
 
 int lcd_crosshair() {
-    return draw_pattern([](int w, int h) {
+    return draw_pattern([](uint32_t w, uint32_t h) {
         int result = fillrect(0, 0, w - 1, h - 1, kWhite);
         result |= line(w / 2, 0, w / 2, h - 1, kBlack);
         result |= line(0, h / 2, w - 1, h / 2, kBlack);
@@ -63,7 +65,7 @@ int lcd_invertgrid(const char *word) {
     }
     unsigned ink = static_cast<unsigned>(colour);
     unsigned background = ink == kBlack ? kWhite : kBlack;
-    return draw_pattern([&](int w, int h) {
+    return draw_pattern([&](uint32_t w, uint32_t h) {
         int result = fillrect(0, 0, w - 1, h - 1, background);
         result |= line(w / 2, 0, w / 2, h - 1, ink);
         result |= line(0, h / 2, w - 1, h / 2, ink);
@@ -74,7 +76,7 @@ int lcd_invertgrid(const char *word) {
 
 int lcd_half_filled() {
     // The middle column belongs to the black half.
-    return draw_pattern([](int w, int h) {
+    return draw_pattern([](uint32_t w, uint32_t h) {
         int result = fillrect(0, 0, w / 2, h - 1, kBlack);
         result |= fillrect(w / 2 + 1, 0, w - 1, h - 1, kWhite);
         return result;
@@ -102,7 +104,7 @@ int lcd_fl(const char *bars_word, const char *word1, const char *word2) {
     }
     result |= open_framebuffer();
     uint32_t n = static_cast<uint32_t>(bars);
-    int right = static_cast<int>(w) - 1;
+    int right = static_cast<int>(w - 1);
     // Band i covers rows H*i/n up to H*(i+1)/n - 1: all rows, heights within one.
     for (uint32_t i = 0; i < n; ++i) {
         uint32_t top = (h * i) / n;
@@ -124,12 +126,12 @@ int lcd_digit(const char *colour_word, const char *digit_word) {
     unsigned ink = letter == 'W' ? kWhite : kBlack;
     const uint32_t *image = kDigitImages[digit];
 
-    return draw_pattern([&](int w, int h) {
+    return draw_pattern([&](uint32_t w, uint32_t h) {
         int result = fillrect(0, 0, w - 1, h - 1, background);
         // Unsigned bounds: on a panel under 100 pixels the start wraps past the
         // end and the image is left out.
-        uint32_t left = static_cast<uint32_t>(w) / 2 - 50, right = static_cast<uint32_t>(w) / 2 + 50;
-        uint32_t top = static_cast<uint32_t>(h) / 2 - 50, bottom = static_cast<uint32_t>(h) / 2 + 50;
+        uint32_t left = w / 2 - 50, right = w / 2 + 50;
+        uint32_t top = h / 2 - 50, bottom = h / 2 + 50;
         for (uint32_t y = top; y < bottom; ++y) {
             for (uint32_t x = left; x < right; ++x) {
                 uint32_t word = image[(y - top) * kDigitSide + (x - left)];
