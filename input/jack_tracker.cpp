@@ -36,7 +36,7 @@ void JackTracker::handle(const InputEvent &ev, JackReporting &reporting) {
         headphone_ = ev.value != 0 ? 1 : 0;
         return;
     case kMicrophoneSwitch:
-        microphone_ = ev.value;
+        microphone_ = static_cast<uint8_t>(ev.value);
         return;
     case kInsertSwitch:
         if (ev.value != plug_) {

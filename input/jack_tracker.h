@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "input/event_devices.h"
 
@@ -24,5 +25,5 @@ private:
     int plug_ = -1;               // physical-insertion switch; -1 until it first reports
     bool plug_changed_ = false;   // since the last synchronisation record
     int headphone_ = 0;
-    int microphone_ = 0;
+    uint8_t microphone_ = 0;      // a byte: only the value's low 8 bits count
 };

@@ -58,7 +58,8 @@ def number(word, bits, signed=False, prefix=None):
     if prefix and word.startswith(prefix) and word in codes():
         return codes()[word]
     try:
-        n = int(word, 0)
+        # Decimal first, so that a leading 0 is not taken for an octal prefix.
+        n = int(word, 10) if word.lstrip("+-").isdigit() else int(word, 0)
     except ValueError:
         raise UsageError(f"{word!r} is neither a known name nor a number") from None
     low, high = (-(1 << (bits - 1)), (1 << (bits - 1)) - 1) if signed else (0, (1 << bits) - 1)

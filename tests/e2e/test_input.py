@@ -71,7 +71,7 @@ def test_keypad_events_only_while_reporting(phone):
     c.line("key 0", "Stop keypad test\n")
     c.inject("press", "KEY_VOLUMEUP")
     c.line("key 1", "Start keypad test\n")
-    c.inject("press", "582", prints="\nKeyCode[0246] value[1]\nKeyCode[0246] value[0]\n")
+    c.inject("press", "0582", prints="\nKeyCode[0246] value[1]\nKeyCode[0246] value[0]\n")
     c.quit()
 
 

@@ -40,6 +40,8 @@ TEST(JackTracker, PlugStatesAcrossReportingSwitches) {
         {true, false, 0, {{SW, 7, 0}, {SYN, 0, 0}, {SW, 4, 1}, {SW, 7, 1}, {SYN, 0, 0}},
          "JACK = no mic\nJACK = mic\n"},
         {true, false, 5, {{SW, 7, 0}, {SYN, 0, 0}}, "JACK = mic\n"},
+        // The microphone state is a byte: a value of 256 is no microphone.
+        {true, false, 4, {{SW, 4, 256}, {SW, 7, 1}, {SYN, 0, 0}}, "JACK = none\n"},
     };
     JackReporting reporting;
     JackTracker tracker;
