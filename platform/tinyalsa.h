@@ -37,13 +37,20 @@ struct pcm_config {
     unsigned int period_count;
     enum pcm_format format;
     // 0 takes the library's default: start and stop at the whole buffer,
-    // silence 0.
+    // silence threshold and size 0.
     unsigned int start_threshold;
     unsigned int stop_threshold;
     unsigned int silence_threshold;
+    unsigned int silence_size;
     // Frames free before an mmap write goes ahead; 0 for the default.
     int avail_min;
 };
+
+#ifdef __cplusplus
+// The system library reads the whole record: a field short would leave it
+// reading past the caller's zeroed configuration.
+static_assert(sizeof(struct pcm_config) == 10 * sizeof(unsigned int), "pcm_config layout");
+#endif
 
 // Opens PCM `device` of `card`. Always check pcm_is_ready(): a failed open may
 // still return a handle that carries the error text; pcm_close() frees either.
