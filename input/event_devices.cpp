@@ -77,3 +77,19 @@ bool installStopHandler(int sig, void (*handler)(int)) {
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     return true;
 }
+
+int stopEventReader(std::atomic<int> &fd, pthread_t thread, int stop_signal, const char *who) {
+    int device = fd.load();
+    if (device == -1) return 0;
+    close(device);
+    if (pthread_kill(thread, stop_signal) != 0) {
+        std::printf("%s(): failed to kill thread\n", who);
+        return -1;
+    }
+    if (pthread_join(thread, nullptr) != 0) {
+        std::printf("%s(): failed to join thread\n", who);
+        return -1;
+    }
+    fd.store(-1);
+    return 0;
+}

@@ -1,6 +1,7 @@
 // The input event devices under /dev/input, shared by the keypad and jack readers.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <linux/input.h>
@@ -39,6 +40,13 @@ int startEventReader(pthread_t &thread, void *(*entry)(void *), int stop_signal)
 // flags (no restart: a blocked read returns EINTR), then unblocks `sig` in the
 // calling thread. False when the handler cannot be installed.
 bool installStopHandler(int sig, void (*handler)(int));
+
+// Stops a reader at quit: closes its device (a read begun after the signal then
+// fails at once), wakes the thread with `stop_signal` and joins it; the
+// descriptor reads -1 once the thread has ended. A failure is reported as
+// "<who>(): failed to kill thread" or "... to join thread" and gives -1.
+// Nothing to do (0) when the device was never opened.
+int stopEventReader(std::atomic<int> &fd, pthread_t thread, int stop_signal, const char *who);
 
 // A reader thread's exit value.
 inline void *readerExit(int status) { return reinterpret_cast<void *>(static_cast<intptr_t>(status)); }

@@ -116,19 +116,7 @@ int jackTestInit() {
 }
 
 int jackTestDestroy() {
-    int fd = g_jack.fd.load();
-    if (fd == -1) return 0;
-    close(fd);
-    int status = 0;
-    if (pthread_kill(g_jack.thread, kStopSignal) != 0) {
-        std::puts("jackTestDestroy(): failed to kill thread");
-        status = -1;
-    } else if (pthread_join(g_jack.thread, nullptr) != 0) {
-        std::puts("jackTestDestroy(): failed to join thread");
-        status = -1;
-    }
-    g_jack.fd.store(-1);
-    return status;
+    return stopEventReader(g_jack.fd, g_jack.thread, kStopSignal, "jackTestDestroy");
 }
 
 int jackTest(const char *mode) {

@@ -100,21 +100,7 @@ int keyTestInit() {
     return 0;
 }
 
-int keyTestDestroy() {
-    int fd = g_key.fd.load();
-    if (fd == -1) return 0;
-    // Closed first: a read begun after the signal then fails at once.
-    close(fd);
-    if (pthread_kill(g_key.thread, kStopSignal) != 0) {
-        std::puts("keyTestDestroy(): failed to kill thread");
-        return -1;
-    }
-    if (pthread_join(g_key.thread, nullptr) != 0) {
-        std::puts("keyTestDestroy(): failed to join thread");
-        return -1;
-    }
-    return 0;
-}
+int keyTestDestroy() { return stopEventReader(g_key.fd, g_key.thread, kStopSignal, "keyTestDestroy"); }
 
 int keyTest(const char *mode) {
     if (!mode) {

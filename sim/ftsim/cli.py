@@ -50,23 +50,24 @@ def cmd_new(args):
     Phone(rest[0]).create(options, force)
 
 
+def _build_option(args):
+    """`--build NAME` in front of the rest: (NAME or "host", the rest)."""
+    if args[:1] != ["--build"]:
+        return "host", args
+    if len(args) < 2:
+        raise Usage()
+    return args[1], args[2:]
+
+
 def cmd_run(args):
-    build = "host"
-    if args[:1] == ["--build"]:
-        if len(args) < 2:
-            raise Usage()
-        build, args = args[1], args[2:]
+    build, args = _build_option(args)
     if len(args) != 1:
         raise Usage()
     return sandbox.run(Phone(args[0]), build)
 
 
 def cmd_exec(args):
-    build = "host"
-    if args[:1] == ["--build"]:
-        if len(args) < 2:
-            raise Usage()
-        build, args = args[1], args[2:]
+    build, args = _build_option(args)
     if len(args) < 2:
         raise Usage()
     return sandbox.exec_in(Phone(args[0]), build, args[1:])
