@@ -27,6 +27,15 @@ int BTHandsetCharger_SetState(int on);
 int is_corvine_entry(void);                    // non-zero on the corvine model
 int Jack_GetHeadsetType(int *type);            // 3 CTIA, 4 OMTP
 
+// ---- USB host port ----
+// On and Off: 0 or more on success, -2 while the port is in device mode,
+// another negative value on failure.
+int Usb_Port1_On(void);
+int Usb_Port1_Off(void);
+int Usb_HadPowerFault(int *fault);             // 0 or more with *fault 0 (none) or 1; negative on failure
+int Usb_SetCurrentLimit(int limit);            // 0 for 100 mA, 1 for 500 mA
+int Usb_GetCurrentLimit(void);                 // 0 (100 mA), 1 (500 mA), or -1
+
 // ---- Capabilities ----
 int Cap_WiFi(int *present);
 int Cap_Bluetooth(int *present);

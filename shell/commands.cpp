@@ -14,6 +14,9 @@
 #include "input/hookswitch.h"
 #include "input/jack.h"
 #include "input/keypad.h"
+#include "peripherals/camera.h"
+#include "peripherals/memory_test.h"
+#include "peripherals/usb.h"
 #include "platform/numbers.h"
 #include "shell/dispatch.h"
 #include "shell/help.h"
@@ -154,8 +157,8 @@ constexpr Command kTable[] = {
     {"bt", nullptr, kBtSubs,
      "Not a valid command option. Please check ft help for BT command options."},
     {"mfg", nullptr, kMfgSubs, kMfgOptions},
-    {"flash"},
-    {"sdram"},
+    {"flash", [](CommandLine &) { return flashTest(); }},
+    {"sdram", [](CommandLine &l) { return sdramTest(l.word(1)); }},
     {"setport"},
     {"ethled"},
     {"eth"},
@@ -169,12 +172,12 @@ constexpr Command kTable[] = {
     {"get"},
     // Only "tolma regulatory" is a command; anything else is no command at all.
     {"tolma", nullptr, kTolmaSubs, kNotValidCommand},
-    {"usblist"},
-    {"usbrw"},
-    {"usb"},
+    {"usblist", [](CommandLine &) { return usbList(); }},
+    {"usbrw", [](CommandLine &) { return usbrwTest(); }},
+    {"usb", [](CommandLine &l) { return usbTest(l.word(1), l.word(2)); }},
     {"hookswitch", [](CommandLine &l) { return hookswitchTest(l.word(1)); }},
     {"ehs", [](CommandLine &l) { return ehsTest(l.word(1)); }},
-    {"camera"},
+    {"camera", [](CommandLine &l) { return cameraTest(l.word(1)); }},
     {"cradle", [](CommandLine &l) { return cradleTest(l.word(1)); }},
     {"gencert", [](CommandLine &) { return gen_self_signed_cert(); }},
     {"l2", [](CommandLine &) { printL2Help(); return 0; }},

@@ -12,6 +12,7 @@
 #include "input/hookswitch.h"
 #include "input/jack.h"
 #include "input/keypad.h"
+#include "peripherals/camera.h"
 #include "shell/dispatch.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
@@ -27,6 +28,7 @@ void start_up() {
     ehsTestInit();
     init_display();
     initialize_audio();
+    cameraInit();
     std::putchar('\n');
 }
 
@@ -35,6 +37,7 @@ void shut_down() {
     hookswitchTestDestroy();
     jackTestDestroy();
     keyTestDestroy();
+    cameraDestroy();
 }
 
 // Owns the line the editor hands us.

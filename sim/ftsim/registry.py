@@ -9,6 +9,8 @@ package, loaded by the command line) registers here:
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
 - SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
+- RUN_HOOKS: function(phone, build) -> extra sandbox arguments, as a run starts.
+- ENV_HOOKS: function(phone, build, env) that may change the console's environment.
 """
 
 DEVICES = {}
@@ -17,6 +19,7 @@ COMMANDS = {}
 NEW_OPTIONS = {}
 SETTINGS = {}
 RUN_HOOKS = []
+ENV_HOOKS = []
 
 
 class UsageError(Exception):

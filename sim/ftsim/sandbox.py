@@ -7,7 +7,7 @@ import signal
 import subprocess
 
 from ftsim.phone import REPO
-from ftsim.registry import RUN_HOOKS, UsageError
+from ftsim.registry import ENV_HOOKS, RUN_HOOKS, UsageError
 
 # host: the native build; asan: the same with AddressSanitizer and UBSan;
 # arm: the phone's armhf build, run under qemu-user; fuzz: the fuzz target's build.
@@ -79,6 +79,14 @@ def guest_env(build):
     return env
 
 
+def phone_env(phone, build):
+    """guest_env, with what the phone's devices and faults add to it."""
+    env = guest_env(build)
+    for hook in ENV_HOOKS:
+        hook(phone, build, env)
+    return env
+
+
 def guest(build, argv, env):
     """The command line that starts `argv` as the console's build runs it."""
     if build != "arm":
@@ -125,11 +133,17 @@ def _prepare(phone, build):
     return extra
 
 
+def _ignore_sigint():
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
+
+
 def _call(args):
-    # Ctrl+C on the terminal goes to the console; we only wait for it.
+    # Ctrl+C on the terminal goes to the console; we only wait for it. bwrap
+    # ignores it too (the preload gives the console back the default action):
+    # a launcher killed by it would take the console down with it.
     old = signal.signal(signal.SIGINT, lambda *_: None)
     try:
-        status = subprocess.call(args)
+        status = subprocess.call(args, preexec_fn=_ignore_sigint)
     finally:
         signal.signal(signal.SIGINT, old)
     return status if status >= 0 else 128 - status
@@ -137,7 +151,7 @@ def _call(args):
 
 def run(phone, build="host"):
     extra = _prepare(phone, build)
-    status = _call(command(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra))
+    status = _call(command(phone, *guest(build, ["/system/bin/ft"], phone_env(phone, build)), extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
@@ -147,6 +161,6 @@ def exec_in(phone, build, argv):
     """Runs another program in the phone's sandbox, without the preload. A
     launcher (valgrind, a fuzzer) finds the console's preload in FTSIM_PRELOAD."""
     extra = _prepare(phone, build)
-    env = guest_env(build)
+    env = phone_env(phone, build)
     offered = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
     return _call(command(phone, argv, offered, extra))

@@ -38,6 +38,11 @@ const DeviceNode *node_of(int fd);
 // The stand-in of `path` when it is a phone node (and the node), else false.
 bool map_path(const char *path, std::string &stand_in, const DeviceNode **node = nullptr);
 
+// True in the console's own process (whatever has run of its start-up).
+bool is_console_process();
+// True once the console's emulation is switched on.
+bool console_active();
+
 // The next definition of a wrapped libc symbol.
 template <typename Fn>
 Fn next(const char *name) {

@@ -5,6 +5,7 @@
 // recorded (and can be made to fail) on its way out.
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -90,12 +91,24 @@ bool map_path(const char *path, std::string &stand_in, const DeviceNode **node) 
 namespace {
 
 using preload::DeviceNode;
+std::atomic<bool> g_active{false};
+
+}  // namespace
+
+bool preload::is_console_process() {
+    const char *console = getenv("FTSIM_CONSOLE");
+    return std::strcmp(program_invocation_short_name, console && *console ? console : "ft") == 0;
+}
+
+bool preload::console_active() { return g_active.load(std::memory_order_relaxed); }
+
+namespace {
+
 using preload::next;
 
-// Only the console is emulated. Any other program started with the preload
-// (a launcher such as valgrind or env) leaves it in place for the console and
-// is itself left alone.
-std::atomic<bool> g_active{false};
+// Only the console is emulated (g_active). Any other program started with the
+// preload (a launcher such as valgrind or env) leaves it in place for the
+// console and is itself left alone.
 
 bool mapped(const char *path, std::string &stand_in, const DeviceNode **node = nullptr) {
     return g_active.load(std::memory_order_relaxed) && preload::map_path(path, stand_in, node);
@@ -117,10 +130,11 @@ int open_node(const char *path, int flags) {
 }
 
 __attribute__((constructor)) void preload_init() {
-    const char *console = getenv("FTSIM_CONSOLE");
-    if (std::strcmp(program_invocation_short_name, console && *console ? console : "ft") != 0)
-        return;
+    if (!preload::is_console_process()) return;
     g_active = true;
+    // The sandbox's launcher ignores Ctrl+C so that it outlives it; the console
+    // starts with the default action, as the phone's shell starts it.
+    signal(SIGINT, SIG_DFL);
     unsetenv("LD_PRELOAD");
     // The reboot stub ends the run the way a real reboot ends the console.
     std::string pid = std::to_string(getpid());

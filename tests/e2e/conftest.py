@@ -26,7 +26,7 @@ def golden(name):
         return f.read()
 
 
-def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True):
+def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True, camhal=True):
     """What the console prints before its first prompt, for the devices present.
     `display`: the drawing layer's log lines (none while the framebuffer works)."""
     text = "Opening watchdog file at /dev/watchdog ... "
@@ -38,6 +38,10 @@ def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True):
     text += display
     if not mixer:
         text += "initialize_audio : mixer_open failed\n"
+    if not camhal:
+        text += ("cameraInit(): Failed to create file /tmp/camhal/ft_specialresolution.txt"
+                 " (errno = No such file or directory).\n"
+                 "              Camera will not use full resolutions.\n")
     return text + "\n"
 
 

@@ -1,0 +1,7 @@
+// The USB host port: attached mass-storage devices, the stick read/write test,
+// and the port's power and current limit.
+#pragma once
+
+int usbList();
+int usbrwTest();
+int usbTest(const char *what, const char *action);

@@ -1,0 +1,225 @@
+"""Storage and peripherals: USB sticks and the USB port, the camera, /cache.
+
+- usb: the port as the maker library keeps it (usb/port: power, device_mode,
+  power_fault, limit); the SCSI hosts under sys/class/scsi_host (hostN, with
+  device/targetN:0:0/N:0:0:0/model for a stick); each stick's files in the folder
+  usb/sdX, which the preload library binds onto the console's mount point when
+  it mounts "/dev/block/sdX1" (usb/mounts: what is mounted now, log/mounts:
+  every call).
+- camera: /dev/video0, an empty file under dev/ whose ioctls the preload answers.
+- camhal: the folder /tmp/camhal where the console leaves its marker file.
+"""
+import os
+import re
+import shutil
+
+from ftsim.devices import FileNode
+from ftsim.phone import Phone, write_atomically
+from ftsim.registry import (COMMANDS, DEVICES, ENV_HOOKS, FAULTS, RUN_HOOKS, SETTINGS, Usage,
+                            UsageError)
+
+HOSTS = os.path.join("sys", "class", "scsi_host")
+LETTERS = "abcdefghijklmno"
+PORT_KEYS = ("power", "device_mode", "power_fault", "limit")
+MOUNT_POINT = os.path.join("data", "usb_test")
+
+
+def read_keys(path):
+    try:
+        with open(path) as f:
+            return dict(line.rstrip("\n").split("=", 1) for line in f if "=" in line)
+    except FileNotFoundError:
+        return {}
+
+
+def write_keys(path, keys):
+    write_atomically(path, "".join(f"{k}={keys[k]}\n" for k in keys).encode())
+
+
+def hosts(phone):
+    """letter (or "" for a host with no device) -> host number, from usb/hosts."""
+    table = {}
+    for key, value in read_keys(phone.p("usb", "hosts")).items():
+        table[key] = int(value)
+    return table
+
+
+def free_host(phone):
+    used = {int(m.group(1)) for m in map(re.compile(r"host(\d+)$").match,
+                                          os.listdir(phone.p(HOSTS))) if m}
+    return next(n for n in range(len(used) + 1) if n not in used)
+
+
+class Usb:
+    name = "usb"
+
+    def create(self, phone, options):
+        os.makedirs(phone.p(HOSTS), exist_ok=True)
+        os.makedirs(phone.p("usb"), exist_ok=True)
+        write_keys(phone.p("usb", "port"),
+                   {"power": "on", "device_mode": 0, "power_fault": 0, "limit": 1})
+        open(phone.p("usb", "mounts"), "w").close()
+        open(phone.p("usb", "hosts"), "w").close()
+
+    def show(self, phone):
+        port = read_keys(phone.p("usb", "port"))
+        lines = [f"{k}={port.get(k, '')}" for k in PORT_KEYS]
+        with open(phone.p("usb", "mounts")) as f:
+            lines += [f"mount={line.rstrip()}" for line in f]
+        lines.append("mount_point=" + ("present" if os.path.isdir(phone.p(MOUNT_POINT))
+                                       else "absent"))
+        for key, host in sorted(hosts(phone).items()):
+            if key.startswith("host-only"):
+                lines.append(f"host{host}=no device")
+                continue
+            files = sorted(os.listdir(phone.p("usb", "sd" + key)))
+            lines.append(f"sd{key}=host{host} files={','.join(files)}")
+        return lines
+
+
+def _save_hosts(phone, table):
+    write_keys(phone.p("usb", "hosts"), table)
+
+
+def plug_stick(phone, model, letter):
+    table = hosts(phone)
+    if letter in table:
+        raise UsageError(f"a stick is plugged as sd{letter} already")
+    n = free_host(phone)
+    lun = phone.p(HOSTS, f"host{n}", "device", f"target{n}:0:0", f"{n}:0:0:0")
+    os.makedirs(lun)
+    write_atomically(os.path.join(lun, "model"), (model + "\n").encode())
+    folder, kept = phone.p("usb", "sd" + letter), phone.p("unplugged", "usb-sd" + letter)
+    if os.path.isdir(kept):
+        os.replace(kept, folder)   # the stick comes back with its files
+    else:
+        os.makedirs(folder, exist_ok=True)
+    table[letter] = n
+    _save_hosts(phone, table)
+
+
+def unplug_stick(phone, letter):
+    table = hosts(phone)
+    if letter not in table:
+        raise UsageError(f"no stick is plugged as sd{letter}")
+    shutil.rmtree(phone.p(HOSTS, f"host{table.pop(letter)}"))
+    kept = phone.p("unplugged", "usb-sd" + letter)
+    shutil.rmtree(kept, ignore_errors=True)
+    os.replace(phone.p("usb", "sd" + letter), kept)
+    _save_hosts(phone, table)
+
+
+def add_empty_host(phone):
+    table = hosts(phone)
+    n = free_host(phone)
+    os.makedirs(phone.p(HOSTS, f"host{n}", "device"))
+    table[f"host-only{n}"] = n
+    _save_hosts(phone, table)
+
+
+def letter_arg(args):
+    if len(args) > 1:
+        raise Usage()
+    letter = args[0] if args else "a"
+    if len(letter) != 1 or letter not in LETTERS:
+        raise UsageError(f"a stick's letter is a to o (not {letter!r})")
+    return letter
+
+
+def cmd_usb(args):
+    if len(args) < 2:
+        raise Usage()
+    phone, action, rest = Phone(args[0]).require(), args[1], args[2:]
+    if action == "plug" and rest:
+        if not rest[0] or "\n" in rest[0]:
+            raise UsageError("a model is one line of text")
+        plug_stick(phone, rest[0], letter_arg(rest[1:]))
+    elif action == "unplug":
+        unplug_stick(phone, letter_arg(rest))
+    elif action == "host-only" and not rest:
+        add_empty_host(phone)
+    else:
+        raise Usage()
+
+
+def port_setting(key):
+    def set_value(phone, value):
+        if not re.fullmatch(r"-?\d+", value):
+            raise UsageError(f"usb.{key} is a whole number (not {value!r})")
+        port = read_keys(phone.p("usb", "port"))
+        port[key] = int(value)
+        write_keys(phone.p("usb", "port"), port)
+    return set_value
+
+
+class Camera(FileNode):
+    name = "camera"
+    node = "video0"
+
+    def show(self, phone):
+        return ["present=" + ("yes" if self.plugged(phone) else "no")]
+
+
+class Camhal:
+    """/tmp/camhal, the camera service's folder."""
+    name = "camhal"
+
+    def create(self, phone, options):
+        os.makedirs(phone.p("tmp", "camhal"), exist_ok=True)
+
+    def unplug(self, phone):
+        if os.path.isdir(phone.p("tmp", "camhal")):
+            shutil.rmtree(phone.p("unplugged", "camhal"), ignore_errors=True)
+            os.replace(phone.p("tmp", "camhal"), phone.p("unplugged", "camhal"))
+
+    def plug(self, phone):
+        if os.path.isdir(phone.p("unplugged", "camhal")):
+            os.replace(phone.p("unplugged", "camhal"), phone.p("tmp", "camhal"))
+        else:
+            self.create(phone, {})
+
+    def show(self, phone):
+        marker = phone.p("tmp", "camhal", "ft_specialresolution.txt")
+        lines = ["present=" + ("yes" if os.path.isdir(phone.p("tmp", "camhal")) else "no")]
+        if os.path.exists(marker):
+            lines.append(f"marker={os.stat(marker).st_mode & 0o777:04o}")
+        return lines
+
+
+def alloc_size(word):
+    if not re.fullmatch(r"\d+", word) or int(word) == 0:
+        raise UsageError(f"an allocation size is a number of bytes, 1 or more (not {word!r})")
+    return str(int(word))
+
+
+def run_hook(phone, build):
+    """What holds for the whole run: nothing mounted yet, /cache read-only or not."""
+    open(phone.p("usb", "mounts"), "w").close()
+    if phone.fault("cache-readonly"):
+        return ["--ro-bind", phone.p("cache"), "/cache"]
+    return []
+
+
+def env_hook(phone, build, env):
+    """The sanitizer build's allocator is its own: it gets the alloc fault as its
+    options (a limit in whole MiB, allocations above it return null)."""
+    if build != "asan":
+        return
+    for fault in os.listdir(phone.p("faults")):
+        if fault.startswith("alloc."):
+            mib = max(1, (int(fault[len("alloc."):]) - 1) >> 20)
+            env["ASAN_OPTIONS"] += f":allocator_may_return_null=1:max_allocation_size_mb={mib}"
+
+
+for _dev in (Usb(), Camera(), Camhal()):
+    DEVICES[_dev.name] = _dev
+
+COMMANDS["usb"] = ("ftsim usb PHONE plug MODEL [LETTER] | unplug [LETTER] | host-only", cmd_usb)
+for _key in ("device_mode", "power_fault", "limit"):
+    SETTINGS["usb." + _key] = (f"usb.{_key} N", port_setting(_key))
+for _fault in ("usb", "usb-io", "usb-corrupt", "camera-no-capture", "camera-query",
+               "cache-readonly"):
+    FAULTS[_fault] = None
+FAULTS["alloc"] = alloc_size
+RUN_HOOKS.append(run_hook)
+ENV_HOOKS.append(env_hook)
