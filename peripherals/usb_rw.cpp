@@ -39,17 +39,6 @@ struct UsbRwState {
 };
 UsbRwState g_usbrw = {0, false, false, nullptr, nullptr, -1};
 
-void signal_handler(int) {
-    if (!g_usbrw.interrupted) {
-        g_usbrw.interrupted = 1;
-        return;
-    }
-    static const char kAgain[] = "signal_handler: signal already received.\n";
-    if (write(STDOUT_FILENO, kAgain, sizeof kAgain - 1) < 0) {
-        // nothing to do about a console that cannot print
-    }
-}
-
 bool set_sigint(void (*handler)(int)) {
     struct sigaction sa = {};
     sa.sa_handler = handler;
@@ -133,6 +122,17 @@ void cycle_until_stopped(FILE *file) {
 }
 
 }  // namespace
+
+void signal_handler(int) {
+    if (!g_usbrw.interrupted) {
+        g_usbrw.interrupted = 1;
+        return;
+    }
+    static const char kAgain[] = "signal_handler: signal already received.\n";
+    if (write(STDOUT_FILENO, kAgain, sizeof kAgain - 1) < 0) {
+        // nothing to do about a console that cannot print
+    }
+}
 
 int usbrwTest() {
     g_usbrw.interrupted = 0;

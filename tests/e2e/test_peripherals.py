@@ -4,7 +4,7 @@ import os
 import pexpect
 import pytest
 
-from conftest import BUILD, FTSIM, startup, transcript
+from conftest import BUILD, FTSIM, ftsim, startup, transcript
 
 PROGRESS = "Test in progress... for mem block=67108864 Bytes and 4194304 Bytes. Please wait...\n"
 RUNNING = "USB test in progress... Press Ctrl+C to abort\n"
@@ -52,14 +52,19 @@ def test_sdram_words(phone):
         ("sdram 0", PROGRESS + "PASS\n"), ("sdram 1x", PROGRESS + "PASS\n"))
 
 
-# host and arm: the preload library refuses the allocation; asan: the sanitizer's
-# own allocator does, from the limit ftsim puts in its options (whole MiB).
-# A guard block refused after the test block was granted is a unit test's case.
+# host and arm: the preload library refuses the allocation, silently; asan: the
+# sanitizer's own allocator does, from the limit ftsim puts in its options (whole
+# MiB), and says so on standard error. A guard block refused after the test block
+# was granted is a unit test's case.
 @pytest.mark.parametrize("size", ["67108864", "4194304"])
 def test_sdram_allocation_refused(phone, size):
     phone.fault("alloc", size)
-    run(phone, ("sdram 1", PROGRESS + "FAIL to allocate 67108864 Bytes of memory block\n"),
-        ("flash", "PASS\n"))
+    steps = [("sdram 1", PROGRESS + "FAIL to allocate 67108864 Bytes of memory block\n"),
+             ("flash", "PASS\n")]
+    r = ftsim("run", "--build", BUILD, phone.path, input="sdram 1\nflash\n")
+    assert (r.stdout, r.returncode) == (startup() + transcript(*steps, eof=True), 0)
+    refused = "WARNING: AddressSanitizer failed to allocate 0x4000000 bytes\n"
+    assert r.stderr == (refused if BUILD == "asan" else "")
 
 
 def test_usb_port_paths(phone):

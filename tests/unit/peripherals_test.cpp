@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "peripherals/memory_test.h"
 #include "peripherals/sdram_march.h"
+#include "peripherals/usb.h"
 
 namespace {
 
@@ -99,6 +101,14 @@ TEST(Sdram, AllocationFailuresAndWords) {
         EXPECT_EQ(sdramTestWith(c.word, refusing_calloc), c.result);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
     }
+}
+
+// A Ctrl+C that comes before the test has noticed the first one only says so.
+TEST(UsbRw, SecondInterruptOnlySaysSo) {
+    testing::internal::CaptureStdout();
+    signal_handler(SIGINT);
+    signal_handler(SIGINT);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "signal_handler: signal already received.\n");
 }
 
 }  // namespace
