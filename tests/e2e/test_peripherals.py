@@ -63,7 +63,8 @@ def test_sdram_allocation_refused(phone, size):
              ("flash", "PASS\n")]
     r = ftsim("run", "--build", BUILD, phone.path, input="sdram 1\nflash\n")
     assert (r.stdout, r.returncode) == (startup() + transcript(*steps, eof=True), 0)
-    refused = "WARNING: AddressSanitizer failed to allocate 0x4000000 bytes\n"
+    # ==2==: the console is the sandbox's process 2.
+    refused = "==2==WARNING: AddressSanitizer failed to allocate 0x4000000 bytes\n"
     assert r.stderr == (refused if BUILD == "asan" else "")
 
 
