@@ -234,7 +234,7 @@ def main(argv):
         args, extra = top.parse_known_args(argv)
         try:
             if extra:
-                raise Usage(f"too many arguments: {' '.join(extra)}")
+                raise Usage(f"unrecognized arguments: {' '.join(extra)}")
             return args.run(args) or 0
         except Usage as e:
             parsers[args.verb].error(str(e) or "wrong form")
