@@ -15,8 +15,8 @@ import shutil
 
 from ftsim.devices import FileNode
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import (COMMANDS, DEVICES, ENV_HOOKS, FAULTS, RUN_HOOKS, SETTINGS, Usage,
-                            UsageError)
+from ftsim.registry import (DEVICES, ENV_HOOKS, FAULTS, HELP, RUN_HOOKS, SETTINGS, Usage,
+                            UsageError, phone_arg, register_verb)
 
 HOSTS = os.path.join("sys", "class", "scsi_host")
 LETTERS = "abcdefghijklmno"
@@ -117,29 +117,37 @@ def add_empty_host(phone):
     _save_hosts(phone, table)
 
 
-def letter_arg(args):
-    if len(args) > 1:
-        raise Usage()
-    letter = args[0] if args else "a"
+def letter_arg(words):
+    if len(words) > 1:
+        raise Usage(f"one LETTER at most (not {' '.join(words)!r})")
+    letter = words[0] if words else "a"
     if len(letter) != 1 or letter not in LETTERS:
         raise UsageError(f"a stick's letter is a to o (not {letter!r})")
     return letter
 
 
-def cmd_usb(args):
-    if len(args) < 2:
-        raise Usage()
-    phone, action, rest = Phone(args[0]).require(), args[1], args[2:]
-    if action == "plug" and rest:
-        if not rest[0] or "\n" in rest[0]:
-            raise UsageError("a model is one line of text")
-        plug_stick(phone, rest[0], letter_arg(rest[1:]))
-    elif action == "unplug":
-        unplug_stick(phone, letter_arg(rest))
-    elif action == "host-only" and not rest:
-        add_empty_host(phone)
-    else:
-        raise Usage()
+@register_verb("usb", "plugs or pulls a USB stick, or adds a SCSI host with no device")
+def setup_usb(parser):
+    phone_arg(parser)
+    parser.add_argument("action", choices=("plug", "unplug", "host-only"),
+                        metavar="plug|unplug|host-only",
+                        help="plug MODEL [LETTER], unplug [LETTER] (LETTER a to o, default a), "
+                             "host-only")
+    parser.add_argument("words", nargs="*", metavar="MODEL|LETTER")
+
+    def run(args):
+        phone, words = Phone(args.phone).require(), args.words
+        if args.action == "plug":
+            if not words or not words[0] or "\n" in words[0]:
+                raise Usage("plug takes a MODEL, one line of text")
+            plug_stick(phone, words[0], letter_arg(words[1:]))
+        elif args.action == "unplug":
+            unplug_stick(phone, letter_arg(words))
+        elif words:
+            raise Usage("host-only takes nothing more")
+        else:
+            add_empty_host(phone)
+    return run
 
 
 def port_setting(key):
@@ -214,12 +222,28 @@ def env_hook(phone, build, env):
 for _dev in (Usb(), Camera(), Camhal()):
     DEVICES[_dev.name] = _dev
 
-COMMANDS["usb"] = ("ftsim usb PHONE plug MODEL [LETTER] | unplug [LETTER] | host-only", cmd_usb)
-for _key in ("device_mode", "power_fault", "limit"):
-    SETTINGS["usb." + _key] = (f"usb.{_key} N", port_setting(_key))
+HELP["device", "usb"] = "the port, what the console has mounted, the sticks and their files"
+HELP["device", "camera"] = "/dev/video0: present="
+HELP["device", "camhal"] = "the camera service's folder /tmp/camhal: present=, marker= its mode"
+
+SETTINGS["usb.device_mode"] = ("usb.device_mode N", port_setting("device_mode"))
+SETTINGS["usb.power_fault"] = ("usb.power_fault N", port_setting("power_fault"))
+SETTINGS["usb.limit"] = ("usb.limit N", port_setting("limit"))
+HELP["setting", "usb.device_mode"] = "the USB port's device mode: any N but 0 refuses power switching"
+HELP["setting", "usb.power_fault"] = "the flag Usb_HadPowerFault reports (0 none, 1 fault, or any N)"
+HELP["setting", "usb.limit"] = "the current limit Usb_GetCurrentLimit reports (0, 1, or any N)"
+
 for _fault in ("usb", "usb-io", "usb-corrupt", "camera-no-capture", "camera-query",
                "cache-readonly"):
     FAULTS[_fault] = None
+alloc_size.metavar = "SIZE"
 FAULTS["alloc"] = alloc_size
+HELP["fault", "usb"] = "every USB port call of the maker library fails"
+HELP["fault", "usb-io"] = "every write to a file on a mounted stick fails (EIO)"
+HELP["fault", "usb-corrupt"] = "one read from a mounted stick comes back changed"
+HELP["fault", "camera-no-capture"] = "the camera answers without the capture capability"
+HELP["fault", "camera-query"] = "VIDIOC_QUERYCAP on /dev/video0 fails (EIO)"
+HELP["fault", "cache-readonly"] = "/cache is mounted read-only, from the next run on"
+HELP["fault", "alloc"] = "the console's allocations of SIZE bytes or more fail, from the next run on"
 RUN_HOOKS.append(run_hook)
 ENV_HOOKS.append(env_hook)

@@ -4,8 +4,9 @@ import glob
 import os
 import shutil
 import signal
-import subprocess
+import sys
 
+from ftsim import runs
 from ftsim.phone import REPO
 from ftsim.registry import ENV_HOOKS, RUN_HOOKS, UsageError
 
@@ -133,17 +134,16 @@ def _prepare(phone, build):
     return extra
 
 
-def _ignore_sigint():
-    signal.signal(signal.SIGINT, signal.SIG_IGN)
-
-
-def _call(args):
+def _call(phone, args):
     # Ctrl+C on the terminal goes to the console; we only wait for it. bwrap
-    # ignores it too (the preload gives the console back the default action):
-    # a launcher killed by it would take the console down with it.
-    old = signal.signal(signal.SIGINT, lambda *_: None)
+    # inherits the ignoring (the preload gives the console back the default
+    # action): a launcher killed by it would take the console down with it.
+    old = signal.signal(signal.SIGINT, signal.SIG_IGN)
     try:
-        status = subprocess.call(args, preexec_fn=_ignore_sigint)
+        status = runs.launch(phone, args)
+    except runs.Refused as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1
     finally:
         signal.signal(signal.SIGINT, old)
     return status if status >= 0 else 128 - status
@@ -151,7 +151,8 @@ def _call(args):
 
 def run(phone, build="host"):
     extra = _prepare(phone, build)
-    status = _call(command(phone, *guest(build, ["/system/bin/ft"], phone_env(phone, build)), extra))
+    status = _call(phone, command(phone, *guest(build, ["/system/bin/ft"], phone_env(phone, build)),
+                                  extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
@@ -163,4 +164,4 @@ def exec_in(phone, build, argv):
     extra = _prepare(phone, build)
     env = phone_env(phone, build)
     offered = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
-    return _call(command(phone, argv, offered, extra))
+    return _call(phone, command(phone, argv, offered, extra))

@@ -132,12 +132,16 @@ def spawn(phone):
     return c
 
 
-def test_ctrl_c_ends_usbrw_and_a_pulled_stick_releases_nothing(phone):
+@pytest.mark.parametrize("how", ["terminal", "ftsim interrupt"])
+def test_ctrl_c_ends_usbrw_and_a_pulled_stick_releases_nothing(phone, how):
     phone.usb("plug", "DataTraveler")
     c = spawn(phone)
     c.sendline("usbrw")
     c.expect_exact(RUNNING.replace("\n", "\r\n"))
-    c.sendintr()
+    if how == "terminal":
+        c.sendintr()
+    else:
+        phone.interrupt()
     c.expect_exact("ft>")
     assert_released(phone)
     phone.usb("unplug")
