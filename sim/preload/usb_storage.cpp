@@ -82,6 +82,14 @@ struct SavedErrno {
     ~SavedErrno() { errno = value; }
 };
 
+// usb-corrupt: the first read from a stick in this run comes back changed.
+size_t spoil_once(void *data, size_t size, size_t got, FILE *f) {
+    SavedErrno saved;
+    if (got && size && on_stick(f) && sim::fault("usb-corrupt") && !g_corrupted.exchange(true))
+        static_cast<unsigned char *>(data)[0] ^= 0xFF;
+    return got;
+}
+
 }  // namespace
 
 extern "C" {
@@ -150,11 +158,14 @@ size_t fwrite(const void *data, size_t size, size_t n, FILE *f) {
 size_t fread(void *data, size_t size, size_t n, FILE *f) {
     using Fn = size_t (*)(void *, size_t, size_t, FILE *);
     static Fn real = preload::next<Fn>("fread");
-    size_t got = real(data, size, n, f);
-    SavedErrno saved;
-    if (got && size && on_stick(f) && sim::fault("usb-corrupt") && !g_corrupted.exchange(true))
-        static_cast<unsigned char *>(data)[0] ^= 0xFF;
-    return got;
+    return spoil_once(data, size, real(data, size, n, f), f);
+}
+
+// What fread becomes in a build with _FORTIFY_SOURCE.
+size_t __fread_chk(void *data, size_t room, size_t size, size_t n, FILE *f) {
+    using Fn = size_t (*)(void *, size_t, size_t, size_t, FILE *);
+    static Fn real = preload::next<Fn>("__fread_chk");
+    return spoil_once(data, size, real(data, room, size, n, f), f);
 }
 
 }  // extern "C"
