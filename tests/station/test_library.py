@@ -199,3 +199,11 @@ def test_interrupt_on_a_terminal_reaches_the_running_command():
     with Console.spawn(["/bin/sh", "-c", script], timeout=5) as c:
         reply = c.run("ping 10.0.0.1", interrupt_after=0.3)
         assert reply.lines == ["running", "interrupted"]
+
+
+@pytest.mark.parametrize("terminal", [True, False])
+def test_ctrl_c_reaches_a_simulated_console(phone, terminal):
+    # At the prompt nothing catches SIGINT: the console ends as the signal ends it.
+    c = Console.simulated(phone, terminal=terminal)
+    c.interrupt()
+    assert c.wait_end(5) == 130
