@@ -125,19 +125,30 @@ def _prepare(phone, build):
     return extra
 
 
+def _ignore_sigint():
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
+
+
 def _call(args):
-    # Ctrl+C on the terminal goes to the console; we only wait for it.
+    # Ctrl+C on the terminal goes to the console; we only wait for it. bubblewrap
+    # ignores it too (it would take the sandbox down); the console gets it back
+    # with its default action (see CONSOLE).
     old = signal.signal(signal.SIGINT, lambda *_: None)
     try:
-        status = subprocess.call(args)
+        status = subprocess.call(args, preexec_fn=_ignore_sigint)
     finally:
         signal.signal(signal.SIGINT, old)
     return status if status >= 0 else 128 - status
 
 
+# The console, with SIGINT's default action whatever the sandbox ignores.
+CONSOLE = ["/usr/bin/env", "--default-signal=INT", "/system/bin/ft"]
+
+
 def run(phone, build="host"):
     extra = _prepare(phone, build)
-    status = _call(command(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra))
+    argv, env = guest(build, CONSOLE[2:], guest_env(build))
+    status = _call(command(phone, CONSOLE[:2] + argv, env, extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
