@@ -16,6 +16,7 @@
 #include "platform/kernel_modules.h"
 #include "platform/load_file.h"
 #include "platform/shell.h"
+#include "platform/stdout_lock.h"
 #include "platform/tolma.h"
 #include "platform/unique_fd.h"
 #include "wireless/pause.h"
@@ -128,7 +129,7 @@ const char *type_name(int32_t type) {
 
 // One row, under one stdout hold: no other thread's line lands inside it.
 void print_row(const BtDeviceRecord &d, bool header) {
-    flockfile(stdout);
+    StdoutLock hold;
     if (header) std::printf("%-20s %-17s %-8s %-5s %s\n", "Name", "Address", "Class", "Type", "RSSI");
     std::printf("%-20s ", d.name[0] ? d.name : "Unknown");
     for (int i = 0; i < 6; ++i) std::printf(i < 5 ? "%.2X:" : "%.2X ", d.address[i]);
@@ -136,7 +137,6 @@ void print_row(const BtDeviceRecord &d, bool header) {
     if (d.type) std::printf("%-5s ", type_name(d.type));
     if (d.rssi) std::printf("%d", d.rssi);
     std::putchar('\n');
-    funlockfile(stdout);
 }
 
 // A property's number as 32 bits. The stack gives the RSSI as one signed byte

@@ -4,8 +4,9 @@ import glob
 import os
 import shutil
 import signal
-import subprocess
+import sys
 
+from ftsim import runs
 from ftsim.phone import REPO
 from ftsim.registry import RUN_HOOKS, UsageError
 
@@ -125,17 +126,16 @@ def _prepare(phone, build):
     return extra
 
 
-def _ignore_sigint():
-    signal.signal(signal.SIGINT, signal.SIG_IGN)
-
-
-def _call(args):
+def _call(phone, args):
     # Ctrl+C on the terminal goes to the console; we only wait for it. bubblewrap
-    # ignores it too (it would take the sandbox down); the console gets it back
-    # with its default action (see CONSOLE).
-    old = signal.signal(signal.SIGINT, lambda *_: None)
+    # inherits the ignoring (Ctrl+C would take the sandbox down with it); the
+    # console gets SIGINT's default action back (see CONSOLE).
+    old = signal.signal(signal.SIGINT, signal.SIG_IGN)
     try:
-        status = subprocess.call(args, preexec_fn=_ignore_sigint)
+        status = runs.launch(phone, args)
+    except runs.Refused as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1
     finally:
         signal.signal(signal.SIGINT, old)
     return status if status >= 0 else 128 - status
@@ -148,7 +148,7 @@ CONSOLE = ["/usr/bin/env", "--default-signal=INT", "/system/bin/ft"]
 def run(phone, build="host"):
     extra = _prepare(phone, build)
     argv, env = guest(build, CONSOLE[2:], guest_env(build))
-    status = _call(command(phone, CONSOLE[:2] + argv, env, extra))
+    status = _call(phone, command(phone, CONSOLE[:2] + argv, env, extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
@@ -160,4 +160,4 @@ def exec_in(phone, build, argv):
     extra = _prepare(phone, build)
     env = guest_env(build)
     offered = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
-    return _call(command(phone, argv, offered, extra))
+    return _call(phone, command(phone, argv, offered, extra))

@@ -181,3 +181,19 @@ def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path):
     c.expect(pexpect.EOF)
     c.close()
     assert c.exitstatus == 0
+
+
+def test_interrupt_ends_a_scan(phone, tmp_path):
+    phone.bt("devices", write(tmp_path, "devices", devices(1)))
+    phone.set("bt-discovery-ms", "30000")
+    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
+                            stdout=subprocess.PIPE, text=True, bufsize=1)
+    proc.stdin.write("bt init\nbt on\nbt scan\n")
+    proc.stdin.flush()
+    seen = ""
+    while "Desk-Phone" not in seen:
+        seen += proc.stdout.readline()
+    assert subprocess.run([FTSIM, "interrupt", phone.path]).returncode == 0
+    out, _ = proc.communicate("bt off\nquit\n", timeout=30)
+    assert out == "BT discovery STOPPED\nft>bt off\nBT state changed: OFF\nft>quit\n" + QUIT
+    assert proc.returncode == 0
