@@ -17,7 +17,8 @@ import shutil
 
 from ftsim import sandbox
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, FAULTS, RUN_HOOKS, SETTINGS, Usage, UsageError
+from ftsim.registry import (DEVICES, FAULTS, HELP, RUN_HOOKS, SETTINGS, UsageError, phone_arg,
+                            register_verb)
 
 MODULES = ("mlan", "sd8xxx", "mbt8xxx")
 ADDRESS = re.compile(r"[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}")
@@ -33,6 +34,9 @@ def module_name(name):
     if name not in MODULES:
         raise UsageError(f"no module {name!r} (one of: {', '.join(MODULES)})")
     return name
+
+
+module_name.metavar = "NAME"
 
 
 def _read(path, default=""):
@@ -158,16 +162,19 @@ def _bt_devices(path):
     return out
 
 
-def _list_command(what, convert):
-    def cmd(args):
-        if len(args) != 3 or args[1] != what:
-            raise Usage()
-        phone = Phone(args[0]).require()
-        lines = convert(args[2])
-        os.makedirs(phone.p("wireless"), exist_ok=True)
-        name = {"aps": "aps", "devices": "bt-devices"}[what]
-        write_atomically(_wireless(phone, name), "".join(l + "\n" for l in lines).encode())
-    return cmd
+def _list_verb(what, file_name, convert, help):
+    def setup(parser):
+        phone_arg(parser)
+        parser.add_argument("what", choices=[what], help=f"{what}: the list below")
+        parser.add_argument("file", metavar="FILE", help=help)
+
+        def run(args):
+            phone = Phone(args.phone).require()
+            lines = convert(args.file)
+            os.makedirs(phone.p("wireless"), exist_ok=True)
+            write_atomically(_wireless(phone, file_name), "".join(l + "\n" for l in lines).encode())
+        return run
+    return setup
 
 
 def _setting(name, check):
@@ -179,20 +186,36 @@ def _setting(name, check):
 
 def _flag(value):
     if value not in ("0", "1"):
-        raise UsageError("0 or 1")
+        raise UsageError(f"{value!r}: the capability is 0 (absent) or 1 (fitted)")
     return value
 
 
 DEVICES["modules"] = Modules()
 DEVICES["bt"] = Bluetooth()
-for _fault in ("module-busy", "module-stuck", "module-missing"):
-    FAULTS[_fault] = module_name
-for _fault in ("bt-silent", "bt-hal-missing", "bt-enable-error"):
-    FAULTS[_fault] = None
-COMMANDS["wifi"] = ("ftsim wifi PHONE aps FILE", _list_command("aps", _access_points))
-COMMANDS["bt"] = ("ftsim bt PHONE devices FILE", _list_command("devices", _bt_devices))
+HELP["device", "modules"] = "the kernel modules listed, their parameters, wlan0 and /dev/mbtchar0"
+HELP["device", "bt"] = "the Bluetooth stack: adapter, discovery, wake alarms, devices listed"
+FAULTS["module-busy"] = module_name
+FAULTS["module-stuck"] = module_name
+FAULTS["module-missing"] = module_name
+FAULTS["bt-silent"] = None
+FAULTS["bt-hal-missing"] = None
+FAULTS["bt-enable-error"] = None
+HELP["fault", "module-busy"] = "removing the module NAME (mlan, sd8xxx, mbt8xxx) fails with EAGAIN"
+HELP["fault", "module-stuck"] = "removing NAME succeeds but it stays listed, unloading"
+HELP["fault", "module-missing"] = "/system/lib/modules/NAME.ko is absent"
+HELP["fault", "bt-silent"] = "the Bluetooth stack never calls back"
+HELP["fault", "bt-hal-missing"] = "the phone has no Bluetooth hardware module"
+HELP["fault", "bt-enable-error"] = "the Bluetooth stack's enable fails"
+register_verb("wifi", "the access points the phone's iwlist finds",
+              _list_verb("aps", "aps", _access_points, "one SSID CHANNEL SIGNAL line each"))
+register_verb("bt", "the devices a Bluetooth discovery finds",
+              _list_verb("devices", "bt-devices", _bt_devices,
+                         "one ADDRESS NAME CLASS TYPE RSSI line each"))
 SETTINGS["cap-wifi"] = ("cap-wifi 0|1", _setting("cap-wifi", _flag))
 SETTINGS["cap-bt"] = ("cap-bt 0|1", _setting("cap-bt", _flag))
 SETTINGS["bt-discovery-ms"] = ("bt-discovery-ms N", _setting(
     "bt-discovery-ms", lambda v: str(_int(v, "discovery time", 0, 600000))))
+HELP["setting", "cap-wifi"] = "what Cap_WiFi reports (1: fitted, the default)"
+HELP["setting", "cap-bt"] = "what Cap_Bluetooth reports (1: fitted, the default)"
+HELP["setting", "bt-discovery-ms"] = "how long a Bluetooth discovery runs (default 3000)"
 RUN_HOOKS.append(run_hook)
