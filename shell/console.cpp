@@ -16,6 +16,8 @@
 #include "shell/dispatch.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
+#include "wireless/bluetooth.h"
+#include "wireless/wifi.h"
 
 namespace {
 
@@ -37,7 +39,9 @@ void shut_down() {
     hookswitchTestDestroy();
     jackTestDestroy();
     keyTestDestroy();
+    btTestDestroy();
     cameraDestroy();
+    wifi_stop();
 }
 
 // Owns the line the editor hands us.

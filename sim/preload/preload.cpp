@@ -5,7 +5,6 @@
 // recorded (and can be made to fail) on its way out.
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -122,6 +121,7 @@ int open_node(const char *path, int flags) {
     std::string stand_in;
     const DeviceNode *node = nullptr;
     if (!mapped(path, stand_in, &node)) return -2;
+    if (node->open_check && node->open_check(path) != 0) return -1;
     using OpenFn = int (*)(const char *, int, ...);
     static OpenFn real_open = next<OpenFn>("open");
     int fd = real_open(stand_in.c_str(), (flags & ~O_CREAT) | node->extra_flags);
@@ -132,9 +132,6 @@ int open_node(const char *path, int flags) {
 __attribute__((constructor)) void preload_init() {
     if (!preload::is_console_process()) return;
     g_active = true;
-    // The sandbox's launcher ignores Ctrl+C so that it outlives it; the console
-    // starts with the default action, as the phone's shell starts it.
-    signal(SIGINT, SIG_DFL);
     unsetenv("LD_PRELOAD");
     // The reboot stub ends the run the way a real reboot ends the console.
     std::string pid = std::to_string(getpid());
@@ -207,8 +204,10 @@ OPEN2_WRAPPER(__open64_2)
         static Fn real = next<Fn>(#name);                             \
         std::string stand_in;                                         \
         const DeviceNode *node = nullptr;                             \
-        if (!mapped(path, stand_in, &node))                \
+        if (!mapped(path, stand_in, &node))                           \
             return real(path, mode);                                  \
+        if (node->open_check && node->open_check(path) != 0)          \
+            return nullptr;                                           \
         FILE *f = real(stand_in.c_str(), mode);                       \
         if (f) preload::track(fileno(f), node);                       \
         return f;                                                     \
