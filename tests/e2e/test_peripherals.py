@@ -4,7 +4,7 @@ import os
 import pexpect
 import pytest
 
-from conftest import BUILD, FTSIM, ftsim, startup, transcript
+from conftest import BUILD, FTSIM, QUIT, ftsim, startup, transcript
 
 PROGRESS = "Test in progress... for mem block=67108864 Bytes and 4194304 Bytes. Please wait...\n"
 RUNNING = "USB test in progress... Press Ctrl+C to abort\n"
@@ -199,11 +199,11 @@ def test_camera_failures(phone):
     for (verb, what), lines, last in cases:
         getattr(phone, verb)(what)
         out, _ = phone.run(*lines)
-        assert out.endswith(f"ft>{lines[-1]}\n{last}ft>"), (what, out)
+        assert out.endswith(transcript((lines[-1], last), eof=True)), (what, out)
         phone.fault("clear")
         phone.plug("camera")
     out, _ = phone.run("camera 0", "camera 1")
-    assert out.endswith("PASS\nft>")
+    assert out.endswith(transcript(("camera 1", ENABLE + "PASS\n"), eof=True))
 
 
 def test_camera_marker_lives_while_the_console_runs(phone):
@@ -216,6 +216,6 @@ def test_camera_marker_lives_while_the_console_runs(phone):
     assert not os.path.exists(marker)
     phone.unplug("camhal")
     out, rc = phone.run("quit")
-    assert (out, rc) == (startup(camhal=False) + "ft>quit\n", 0)
+    assert (out, rc) == (startup(camhal=False) + transcript(("quit", QUIT)), 0)
     phone.plug("camhal")
-    assert phone.run("quit") == (startup() + "ft>quit\n", 0)
+    assert phone.run("quit") == (startup() + transcript(("quit", QUIT)), 0)
