@@ -9,7 +9,8 @@ phone's own ethtool (sim/rootfs/system/bin/ethtool):
 - link: yes|no, a cable in the port; gigabit: yes|no, the PHY's 1000BASE-T;
 - partner: the best mode the link partner offers (10half ... 1000full, or none).
 
-Verbs: `show PHONE eth0`, `set PHONE eth0.KEY VALUE`, `station PHONE up|down`,
+Verbs: `show PHONE eth0`, `set PHONE eth0.KEY VALUE`, `station PHONE up|down` (and
+the FTP server's `dir` and `user`, dev_ftp.py),
 `interrupt PHONE`.
 """
 import json
@@ -17,7 +18,7 @@ import os
 import subprocess
 import sys
 
-from ftsim import runs
+from ftsim import dev_ftp, runs
 from ftsim.phone import Phone, write_atomically
 from ftsim.registry import COMMANDS, DEVICES, SETTINGS, Usage, UsageError
 
@@ -94,6 +95,12 @@ for _key in ("link", "gigabit", "partner"):
 
 
 def cmd_station(args):
+    if len(args) == 2 and args[1] == "dir":
+        print(dev_ftp.station_dir(Phone(args[0]).require()))
+        return 0
+    if len(args) == 4 and args[1] == "user":
+        dev_ftp.set_login(Phone(args[0]).require(), args[2], args[3])
+        return 0
     if len(args) != 2 or args[1] not in ("up", "down"):
         raise Usage()
     phone = Phone(args[0]).require()
@@ -116,5 +123,5 @@ def cmd_interrupt(args):
     return 0
 
 
-COMMANDS["station"] = ("ftsim station PHONE up|down", cmd_station)
+COMMANDS["station"] = ("ftsim station PHONE up|down|dir | user NAME PASSWORD", cmd_station)
 COMMANDS["interrupt"] = ("ftsim interrupt PHONE", cmd_interrupt)
