@@ -12,7 +12,7 @@ from conftest import startup, startup_calls, transcript
 NASTY = [";reboot", "$(reboot)", "`reboot`", "it's", '"quoted"', "a*", "back\\slash",
          "x|reboot", "&&reboot", ">/reserved/x", "q" * 80 + "';reboot;'"]
 
-# No station answers these logins: every transfer fails, and the console shows the
+# The station refuses these logins: every transfer fails, and the console shows the
 # command line it ran, with the word as the shell was given it.
 FAILED = 'command "{line}" failed, check the input\nFAIL\n'
 LABEL = "/reserved/regulatoryLabels/regulatory_info.png"
