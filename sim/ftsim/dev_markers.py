@@ -3,25 +3,27 @@
 - `marker PHONE factorytest on|off`: creates or removes /tmp/factorytest.txt,
   with which `ip 1` sets the Ethernet interface's address itself.
 """
+import contextlib
 import os
 
 from ftsim.phone import Phone
-from ftsim.registry import COMMANDS, Usage
+from ftsim.registry import phone_arg, register_verb
 
 MARKERS = {"factorytest": ("tmp", "factorytest.txt")}
 
 
-def cmd_marker(args):
-    if len(args) != 3 or args[1] not in MARKERS or args[2] not in ("on", "off"):
-        raise Usage()
-    path = Phone(args[0]).require().p(*MARKERS[args[1]])
-    if args[2] == "on":
-        open(path, "a").close()
-    else:
-        try:
-            os.remove(path)
-        except FileNotFoundError:
-            pass
+@register_verb("marker", "creates or removes a marker file the station leaves on the phone")
+def setup_marker(parser):
+    phone_arg(parser)
+    parser.add_argument("marker", choices=sorted(MARKERS), help="factorytest: /tmp/factorytest.txt")
+    parser.add_argument("state", choices=("on", "off"), metavar="on|off",
+                        help="on: create the file; off: remove it")
 
-
-COMMANDS["marker"] = ("ftsim marker PHONE factorytest on|off", cmd_marker)
+    def run(args):
+        path = Phone(args.phone).require().p(*MARKERS[args.marker])
+        if args.state == "on":
+            open(path, "a").close()
+        else:
+            with contextlib.suppress(FileNotFoundError):
+                os.remove(path)
+    return run

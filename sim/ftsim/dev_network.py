@@ -20,7 +20,7 @@ import sys
 
 from ftsim import dev_ftp, runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, SETTINGS, Usage, UsageError
+from ftsim.registry import DEVICES, SETTINGS, Usage, UsageError, phone_arg, register_verb
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -94,34 +94,45 @@ for _key in ("link", "gigabit", "partner"):
     SETTINGS["eth0." + _key] = (f"eth0.{_key} {'|'.join(PHY_VALUES[_key])}", set_phy(_key))
 
 
-def cmd_station(args):
-    if len(args) == 2 and args[1] == "dir":
-        print(dev_ftp.station_dir(Phone(args[0]).require()))
+@register_verb("station", "makes the phone's station and keeps it between runs, or removes it; "
+                          "the folder its FTP server serves, and the server's login")
+def setup_station(parser):
+    phone_arg(parser)
+    parser.add_argument("state", choices=("up", "down", "dir", "user"), metavar="up|down|dir|user",
+                        help="up: make and keep the station; down: remove it whole; dir: print "
+                             "the station folder; user: set the FTP login")
+    parser.add_argument("name", nargs="?", metavar="NAME", help="user only: the FTP user name")
+    parser.add_argument("password", nargs="?", metavar="PASSWORD", help="user only: its password")
+
+    def run(args):
+        given = [w for w in (args.name, args.password) if w is not None]
+        if len(given) != (2 if args.state == "user" else 0):
+            raise Usage("user takes NAME and PASSWORD; up, down and dir take nothing more")
+        phone = Phone(args.phone).require()
+        if args.state == "dir":
+            print(dev_ftp.station_dir(phone))
+            return 0
+        if args.state == "user":
+            dev_ftp.set_login(phone, args.name, args.password)
+            return 0
+        try:
+            runs.station_up(phone) if args.state == "up" else runs.station_down(phone)
+        except runs.Refused as e:
+            print(f"ftsim: {e}", file=sys.stderr)
+            return 1
         return 0
-    if len(args) == 4 and args[1] == "user":
-        dev_ftp.set_login(Phone(args[0]).require(), args[2], args[3])
+    return run
+
+
+@register_verb("interrupt", "SIGINT to the phone's running console, as Ctrl+C sends it")
+def setup_interrupt(parser):
+    phone_arg(parser)
+
+    def run(args):
+        try:
+            runs.interrupt(Phone(args.phone).require())
+        except runs.NotRunning as e:
+            print(f"ftsim: {e}", file=sys.stderr)
+            return 1
         return 0
-    if len(args) != 2 or args[1] not in ("up", "down"):
-        raise Usage()
-    phone = Phone(args[0]).require()
-    try:
-        runs.station_up(phone) if args[1] == "up" else runs.station_down(phone)
-    except runs.Refused as e:
-        print(f"ftsim: {e}", file=sys.stderr)
-        return 1
-    return 0
-
-
-def cmd_interrupt(args):
-    if len(args) != 1:
-        raise Usage()
-    try:
-        runs.interrupt(Phone(args[0]).require())
-    except runs.NotRunning as e:
-        print(f"ftsim: {e}", file=sys.stderr)
-        return 1
-    return 0
-
-
-COMMANDS["station"] = ("ftsim station PHONE up|down|dir | user NAME PASSWORD", cmd_station)
-COMMANDS["interrupt"] = ("ftsim interrupt PHONE", cmd_interrupt)
+    return run
