@@ -20,7 +20,7 @@ import sys
 
 from ftsim import dev_ftp, runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import DEVICES, SETTINGS, Usage, UsageError, phone_arg, register_verb
+from ftsim.registry import DEVICES, HELP, SETTINGS, Usage, UsageError, phone_arg, register_verb
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -78,6 +78,7 @@ class Eth0:
 
 
 DEVICES["eth0"] = Eth0()
+HELP["device", "eth0"] = "the Ethernet PHY, then address=, present= and up= of the running eth0"
 
 
 def set_phy(key):
@@ -92,6 +93,9 @@ def set_phy(key):
 
 for _key in ("link", "gigabit", "partner"):
     SETTINGS["eth0." + _key] = (f"eth0.{_key} {'|'.join(PHY_VALUES[_key])}", set_phy(_key))
+HELP["setting", "eth0.link"] = "a cable in the phone's Ethernet port, or none"
+HELP["setting", "eth0.gigabit"] = "whether the PHY has 1000BASE-T"
+HELP["setting", "eth0.partner"] = "the best mode the link partner offers"
 
 
 @register_verb("station", "makes the phone's station and keeps it between runs, or removes it; "
