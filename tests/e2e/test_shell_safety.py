@@ -45,12 +45,8 @@ def test_each_word_is_one_argument(phone, line, record, output):
     lines = [line.format(w=w) for w in NASTY]
     out, rc = phone.run(*lines, "quit")
     assert rc == 0
-<<<<<<< HEAD
     assert out == startup() + transcript(*[(l, output.format(q=quoted(w))) for l, w in zip(lines, NASTY)],
-                                         ("quit", ""))
-=======
-    assert out == startup() + transcript(*[(l, "") for l in lines], ("quit", QUIT))
->>>>>>> main
+                                         ("quit", QUIT))
     with open(os.path.join(phone.path, "log", "tools")) as f:
         assert f.read() == "".join(record.format(w=w) + "\n" for w in NASTY)
     # One shell line per command: nothing ran besides the tool.
