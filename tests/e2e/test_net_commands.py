@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from conftest import startup, startup_calls, transcript
+from conftest import QUIT, startup, startup_calls, transcript
 
 LABEL_DIR = "/reserved/regulatoryLabels"
 
@@ -45,7 +45,7 @@ def test_ip_sets_eth0_itself_only_with_the_marker(phone, marker, address, record
     phone.marker("factorytest", marker)
     out, _ = phone.run("ip 1 10.8.0.33", "ip 0")
     head = startup() + transcript(("ip 1 10.8.0.33", "PASS\n"), ("ip 0", ""))
-    assert out.startswith(head) and out.endswith("\nPASS\nft>")
+    assert out.startswith(head) and out.endswith("\nPASS\nft>" + QUIT)
     assert f" inet {address} " in out[len(head):]
     assert tools(phone) == record
 
@@ -64,7 +64,7 @@ def test_ping_shows_only_the_summary(phone):
     out, _ = phone.run(*[f"ping {a}" for a, _ in PINGS])
     expect = "".join(re.escape(f"ft>ping {a}\n") + summary.format(a=re.escape(a))
                      for a, summary in PINGS)
-    assert re.fullmatch(re.escape(startup()) + expect + "ft>", out), out
+    assert re.fullmatch(re.escape(startup()) + expect + re.escape("ft>" + QUIT), out), out
 
 
 def station_file(phone, name, data):
