@@ -111,9 +111,16 @@ def cmd_calls(args):
 
 
 def cmd_set(args):
-    if len(args) != 3 or args[1] not in SETTINGS:
+    if len(args) != 3:
         raise Usage()
-    SETTINGS[args[1]][1](Phone(args[0]).require(), args[2])
+    what = args[1]
+    if what in SETTINGS:
+        SETTINGS[what][1](Phone(args[0]).require(), args[2])
+        return
+    family = what.split(".", 1)[0] + "."
+    if family not in SETTINGS or what == family:
+        raise Usage()
+    SETTINGS[family][1](Phone(args[0]).require(), what[len(family):], args[2])
 
 
 BUILTIN = {

@@ -9,6 +9,8 @@ package, loaded by the command line) registers here:
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
 - SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
+  A WHAT ending in '.' ("switch.") takes every WHAT.KEY of its family:
+  function(phone, key, value).
 """
 
 DEVICES = {}
