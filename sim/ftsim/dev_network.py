@@ -19,7 +19,7 @@ import sys
 
 from ftsim import runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, SETTINGS, Usage, UsageError
+from ftsim.registry import COMMANDS, DEVICES, RUN_HOOKS, SETTINGS, Usage, UsageError
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -77,6 +77,16 @@ class Eth0:
 
 
 DEVICES["eth0"] = Eth0()
+
+
+def boot(phone, build):
+    """A run is a boot: the PHY auto-negotiates again; the cable and partner stay."""
+    phy = read_phy(phone)
+    phy.update({k: PHY_DEFAULTS[k] for k in ("autoneg", "speed", "duplex")})
+    write_phy(phone, phy)
+
+
+RUN_HOOKS.append(boot)
 
 
 def set_phy(key):
