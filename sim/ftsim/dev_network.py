@@ -19,7 +19,8 @@ import sys
 
 from ftsim import runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, RUN_HOOKS, SETTINGS, Usage, UsageError
+from ftsim.registry import (DEVICES, HELP, RUN_HOOKS, SETTINGS, UsageError, phone_arg,
+                            register_verb)
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -99,32 +100,40 @@ def set_phy(key):
     return setting
 
 
-for _key in ("link", "gigabit", "partner"):
+for _key, _help in (("link", "a cable in the phone's Ethernet port, or none"),
+                    ("gigabit", "whether the PHY has 1000BASE-T"),
+                    ("partner", "the best mode the link partner offers")):
     SETTINGS["eth0." + _key] = (f"eth0.{_key} {'|'.join(PHY_VALUES[_key])}", set_phy(_key))
+    HELP["setting", "eth0." + _key] = _help
+HELP["device", "eth0"] = "the Ethernet PHY, and the running phone's interface"
 
 
-def cmd_station(args):
-    if len(args) != 2 or args[1] not in ("up", "down"):
-        raise Usage()
-    phone = Phone(args[0]).require()
-    try:
-        runs.station_up(phone) if args[1] == "up" else runs.station_down(phone)
-    except runs.Refused as e:
-        print(f"ftsim: {e}", file=sys.stderr)
-        return 1
-    return 0
+@register_verb("station", "makes the phone's station and keeps it between runs, or removes it")
+def setup_station(parser):
+    phone_arg(parser)
+    parser.add_argument("state", choices=("up", "down"), metavar="up|down",
+                        help="up: make and keep the station; down: remove it whole")
+
+    def run(args):
+        phone = Phone(args.phone).require()
+        try:
+            runs.station_up(phone) if args.state == "up" else runs.station_down(phone)
+        except runs.Refused as e:
+            print(f"ftsim: {e}", file=sys.stderr)
+            return 1
+        return 0
+    return run
 
 
-def cmd_interrupt(args):
-    if len(args) != 1:
-        raise Usage()
-    try:
-        runs.interrupt(Phone(args[0]).require())
-    except runs.NotRunning as e:
-        print(f"ftsim: {e}", file=sys.stderr)
-        return 1
-    return 0
+@register_verb("interrupt", "SIGINT to the phone's running console, as Ctrl+C sends it")
+def setup_interrupt(parser):
+    phone_arg(parser)
 
-
-COMMANDS["station"] = ("ftsim station PHONE up|down", cmd_station)
-COMMANDS["interrupt"] = ("ftsim interrupt PHONE", cmd_interrupt)
+    def run(args):
+        try:
+            runs.interrupt(Phone(args.phone).require())
+        except runs.NotRunning as e:
+            print(f"ftsim: {e}", file=sys.stderr)
+            return 1
+        return 0
+    return run

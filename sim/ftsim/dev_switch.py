@@ -12,11 +12,14 @@ Each run is a boot: the configuration returns to switch/defaults, while the
 hardware and link-partner facts (gigabit, partner, mac, registers) stay.
 """
 import errno
+import fcntl
 import os
 import re
+import sys
 
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, FAULTS, RUN_HOOKS, SETTINGS, Usage, UsageError
+from ftsim.registry import (DEVICES, FAULTS, HELP, RUN_HOOKS, SETTINGS, UsageError, phone_arg,
+                            register_verb)
 
 PORTS = (1, 2, 1024)
 # A few minutes of an office network since power-on.
@@ -124,8 +127,8 @@ MAC = re.compile(r"[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}")
 REG = re.compile(r"reg\.[0-9a-f]{4}")
 
 
-def set_switch(phone, key, value):
-    import fcntl
+def set_switch(phone, value, what):
+    key = what[len("switch."):]
     with open(phone.p("switch", "lock"), "a") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         st = read_state(phone)
@@ -153,6 +156,8 @@ def set_switch(phone, key, value):
 
 
 SETTINGS["switch."] = ("switch.KEY VALUE", set_switch)
+HELP["setting", "switch."] = "one KEY of `ftsim show PHONE switch` (reg.XXXX may be new)"
+HELP["device", "switch"] = "the L2 switch: ports by switch id, then switch-wide settings"
 
 
 def fault_call(arg):
@@ -167,9 +172,13 @@ def fault_call(arg):
     return f"{call}:{number}"
 
 
+fault_call.metavar = "CALL[:ERRNO]"
 FAULTS["switch"] = fault_call
 FAULTS["tmp-readonly"] = None
 FAULTS["specialfile-undeletable"] = None
+HELP["fault", "switch"] = "that switch call returns -1 with ERRNO (a name; EIO without)"
+HELP["fault", "tmp-readonly"] = "the phone's /tmp is read-only, from the next run on"
+HELP["fault", "specialfile-undeletable"] = "removing /tmp/specialFTfile.txt fails with EBUSY"
 
 
 def run_hook(phone, build):
@@ -183,14 +192,14 @@ def run_hook(phone, build):
 RUN_HOOKS.append(run_hook)
 
 
-def cmd_dmesg(args):
-    if len(args) != 1:
-        raise Usage()
-    try:
-        with open(Phone(args[0]).require().p("log", "dmesg")) as f:
-            print(f.read(), end="")
-    except FileNotFoundError:
-        pass
+@register_verb("dmesg", "the simulated kernel log of the last run")
+def setup_dmesg(parser):
+    phone_arg(parser)
 
-
-COMMANDS["dmesg"] = ("ftsim dmesg PHONE", cmd_dmesg)
+    def run(args):
+        try:
+            with open(Phone(args.phone).require().p("log", "dmesg")) as f:
+                sys.stdout.write(f.read())
+        except FileNotFoundError:
+            pass
+    return run
