@@ -21,6 +21,12 @@ int record(const char *name, std::initializer_list<int> args = {}) {
     return 0;
 }
 
+int unmodeled(const char *name, std::initializer_list<int> args = {}) {
+    record(name, args);
+    errno = EIO;
+    return -1;
+}
+
 int set(const char *name, int port, int value, int &field) {
     int rc = record(name, {port, value});
     if (rc == 0 && !tolma_switch.ignores_sets) field = value;
@@ -56,27 +62,32 @@ int L2Switch_SetTestMode(int port, int t) { return set("L2Switch_SetTestMode", p
 int L2Switch_GetTestMode(int port, int *t) { return get("L2Switch_GetTestMode", port, t, tolma_switch.test_mode); }
 int L2SW_EthernetLedTest(int action) { return record("L2SW_EthernetLedTest", {action}); }
 
-// The diagnostics are tested end to end against the simulated switch.
-int L2Switch_portCntrs(int) { return -1; }
-int L2Switch_portResetCntrs(int) { return -1; }
-int L2Switch_ResetSettings(void) { return -1; }
-int L2Switch_GetMacAddr(int, unsigned char *) { return -1; }
-int L2Switch_print_mac_table(void) { return -1; }
-int L2Switch_GetRegValue(unsigned, unsigned *) { return -1; }
-int L2Switch_GetPhyRegValue(int, int, unsigned *) { return -1; }
-int L2Switch_SetAutoMDIXPort(int, int) { return -1; }
-int L2Switch_GetAutoMDIXPort(int, int *) { return -1; }
-int L2Switch_GetPVID(unsigned short *, int) { return -1; }
-int L2Switch_GetPortPriority(int, unsigned short *) { return -1; }
-int L2Switch_VlanMbrCfg(int) { return -1; }
-int L2Switch_ShowAllRules(void) { return -1; }
-int L2Switch_DelAllRules(void) { return -1; }
-int L2Switch_GetGreenEthernetPort(int *) { return -1; }
-int L2Switch_SetGreenEthernetPort(int) { return -1; }
-int L2Switch_GetEEEPort(int, int *) { return -1; }
-int L2Switch_SetEEEPort(int, int) { return -1; }
-int L2Switch_rgmiiDelayExt_set(int, int, int) { return -1; }
-int L2Switch_GetSSC(int *) { return -1; }
-int L2Switch_SetSSC(int) { return -1; }
+// The diagnostics are tested end to end against the simulated switch; here
+// they are recorded and fail with EIO.
+int L2Switch_portCntrs(int p) { return unmodeled("L2Switch_portCntrs", {p}); }
+int L2Switch_portResetCntrs(int p) { return unmodeled("L2Switch_portResetCntrs", {p}); }
+int L2Switch_ResetSettings(void) { return unmodeled("L2Switch_ResetSettings"); }
+int L2Switch_GetMacAddr(int p, unsigned char *) { return unmodeled("L2Switch_GetMacAddr", {p}); }
+int L2Switch_print_mac_table(void) { return unmodeled("L2Switch_print_mac_table"); }
+int L2Switch_GetRegValue(unsigned r, unsigned *) {
+    return unmodeled("L2Switch_GetRegValue", {static_cast<int>(r)});
+}
+int L2Switch_GetPhyRegValue(int p, int r, unsigned *) { return unmodeled("L2Switch_GetPhyRegValue", {p, r}); }
+int L2Switch_SetAutoMDIXPort(int p, int m) { return unmodeled("L2Switch_SetAutoMDIXPort", {p, m}); }
+int L2Switch_GetAutoMDIXPort(int p, int *) { return unmodeled("L2Switch_GetAutoMDIXPort", {p}); }
+int L2Switch_GetPVID(unsigned short *, int p) { return unmodeled("L2Switch_GetPVID", {p}); }
+int L2Switch_GetPortPriority(int p, unsigned short *) { return unmodeled("L2Switch_GetPortPriority", {p}); }
+int L2Switch_VlanMbrCfg(int i) { return unmodeled("L2Switch_VlanMbrCfg", {i}); }
+int L2Switch_ShowAllRules(void) { return unmodeled("L2Switch_ShowAllRules"); }
+int L2Switch_DelAllRules(void) { return unmodeled("L2Switch_DelAllRules"); }
+int L2Switch_GetGreenEthernetPort(int *) { return unmodeled("L2Switch_GetGreenEthernetPort"); }
+int L2Switch_SetGreenEthernetPort(int m) { return unmodeled("L2Switch_SetGreenEthernetPort", {m}); }
+int L2Switch_GetEEEPort(int p, int *) { return unmodeled("L2Switch_GetEEEPort", {p}); }
+int L2Switch_SetEEEPort(int p, int m) { return unmodeled("L2Switch_SetEEEPort", {p, m}); }
+int L2Switch_rgmiiDelayExt_set(int p, int tx, int rx) {
+    return unmodeled("L2Switch_rgmiiDelayExt_set", {p, tx, rx});
+}
+int L2Switch_GetSSC(int *) { return unmodeled("L2Switch_GetSSC"); }
+int L2Switch_SetSSC(int s) { return unmodeled("L2Switch_SetSSC", {s}); }
 
 }  // extern "C"
