@@ -78,6 +78,7 @@ class Eth0:
 
 
 DEVICES["eth0"] = Eth0()
+HELP["device", "eth0"] = "the Ethernet PHY, then address=, present= and up= of the running eth0"
 
 
 def boot(phone, build):
@@ -100,19 +101,18 @@ def set_phy(key):
     return setting
 
 
-for _key, _help in (("link", "a cable in the phone's Ethernet port, or none"),
-                    ("gigabit", "whether the PHY has 1000BASE-T"),
-                    ("partner", "the best mode the link partner offers")):
+for _key in ("link", "gigabit", "partner"):
     SETTINGS["eth0." + _key] = (f"eth0.{_key} {'|'.join(PHY_VALUES[_key])}", set_phy(_key))
-    HELP["setting", "eth0." + _key] = _help
-HELP["device", "eth0"] = "the Ethernet PHY, and the running phone's interface"
+HELP["setting", "eth0.link"] = "a cable in the phone's Ethernet port, or none"
+HELP["setting", "eth0.gigabit"] = "whether the PHY has 1000BASE-T"
+HELP["setting", "eth0.partner"] = "the best mode the link partner offers"
 
 
-@register_verb("station", "makes the phone's station and keeps it between runs, or removes it")
+@register_verb("station", "makes the phone's station and keeps it, or removes it")
 def setup_station(parser):
     phone_arg(parser)
     parser.add_argument("state", choices=("up", "down"), metavar="up|down",
-                        help="up: make and keep the station; down: remove it whole")
+                        help="up: made and kept between runs; down: removed whole")
 
     def run(args):
         phone = Phone(args.phone).require()

@@ -22,6 +22,9 @@ struct DeviceNode {
     // Asked before a descriptor opened through this node is mapped: non-zero
     // refuses the mapping (errno set). Null maps the stand-in file itself.
     int (*mmap_check)(int fd) = nullptr;
+    // Asked before `path` (a path under this node) is opened: non-zero refuses
+    // the open (errno set), as for a file the phone's image lacks.
+    int (*open_check)(const char *path) = nullptr;
 };
 
 // Registers a family of nodes; call it from a static constructor of the device's file.
