@@ -14,6 +14,7 @@ from ftsim.registry import (COMMANDS, DEVICES, FAULTS, NEW_OPTIONS, SETTINGS, Us
 for _mod in sorted(m.name for m in pkgutil.iter_modules(ftsim.__path__)):
     if _mod.startswith("dev_"):
         importlib.import_module("ftsim." + _mod)
+importlib.import_module("ftsim.view")
 
 
 def usage():
@@ -80,12 +81,14 @@ def cmd_fault(args):
     if name == "clear" and not rest:
         for f in os.listdir(phone.p("faults")):
             os.remove(phone.p("faults", f))
+        phone.note_change()
         return
     if name not in FAULTS or len(rest) != (FAULTS[name] is not None):
         raise Usage()
     if rest:
         name += "." + FAULTS[name](rest[0])
     open(phone.p("faults", name), "w").close()
+    phone.note_change()
 
 
 def _device_cmd(action):
@@ -98,6 +101,8 @@ def _device_cmd(action):
             raise UsageError(f"no device {args[1]!r} to {action} "
                              f"(one of: {', '.join(sorted(d for d in DEVICES if hasattr(DEVICES[d], action)))})")
         result = getattr(device, action)(phone)
+        if action != "show":
+            phone.note_change()
         if result:
             print("\n".join(result))
     return cmd

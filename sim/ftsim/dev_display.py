@@ -142,12 +142,13 @@ def set_panel(phone, value):
     if not os.path.isdir(folder) and os.path.isdir(phone.p("unplugged", "panel-timings")):
         folder = phone.p("unplugged", "panel-timings")
     write_timings(folder, *parse_size(value))
+    phone.note_change()
 
 
 SETTINGS["panel"] = ("panel WxH", set_panel)
 
 
-def png(width, height, rgb):
+def png(width, height, rgb, level=6):
     def chunk(kind, data):
         return (struct.pack(">I", len(data)) + kind + data +
                 struct.pack(">I", zlib.crc32(kind + data)))
@@ -155,15 +156,12 @@ def png(width, height, rgb):
     raw = b"".join(b"\0" + rgb[y * stride:(y + 1) * stride] for y in range(height))
     return (b"\x89PNG\r\n\x1a\n" +
             chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)) +
-            chunk(b"IDAT", zlib.compress(raw, 6)) + chunk(b"IEND", b""))
+            chunk(b"IDAT", zlib.compress(raw, level)) + chunk(b"IEND", b""))
 
 
-def cmd_screenshot(args):
-    """What the panel shows, as an 8-bit RGB PNG: each word 0x??RRGGBB of the
-    framebuffer as that red, green and blue."""
-    if len(args) != 2:
-        raise Usage()
-    phone = Phone(args[0]).require()
+def panel(phone):
+    """(width, height, RGB bytes) of the framebuffer: each word 0x??RRGGBB as
+    that red, green and blue."""
     xres, yres, _ = geometry(phone)
     if not xres or not yres:
         raise UsageError(f"{phone.path}: the phone has no display geometry")
@@ -172,7 +170,15 @@ def cmd_screenshot(args):
     rgb[0::3] = words[2::4]   # little-endian words: blue, green, red, unused
     rgb[1::3] = words[1::4]
     rgb[2::3] = words[0::4]
-    write_atomically(args[1], png(xres, yres, bytes(rgb)))
+    return xres, yres, bytes(rgb)
+
+
+def cmd_screenshot(args):
+    """What the panel shows, as an 8-bit RGB PNG."""
+    if len(args) != 2:
+        raise Usage()
+    xres, yres, rgb = panel(Phone(args[0]).require())
+    write_atomically(args[1], png(xres, yres, rgb))
 
 
 COMMANDS["screenshot"] = ("ftsim screenshot PHONE FILE.png", cmd_screenshot)

@@ -52,6 +52,7 @@ def cmd_store(args):
         if len(data) > MAX_VALUE:
             raise UsageError(f"a value holds {MAX_VALUE} characters at most")
         write_atomically(phone.p("store", storage_name(args[1])), data)
+        phone.note_change()
     else:
         raise Usage()
 

@@ -22,6 +22,10 @@ struct DeviceNode {
     // Asked before a descriptor opened through this node is mapped: non-zero
     // refuses the mapping (errno set). Null maps the stand-in file itself.
     int (*mmap_check)(int fd) = nullptr;
+    // A close of a descriptor opened through this node, or an unmap of a mapping
+    // of it, counts a change of the phone (sim::note_change): the framebuffer's
+    // users draw, then close or unmap, so the picture is whole by then.
+    bool release_is_change = false;
 };
 
 // Registers a family of nodes; call it from a static constructor of the device's file.
