@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "display/drvfb_context.h"
+#include "platform/stdout_lock.h"
 #include "platform/tolma.h"
 #include "platform/unique_fd.h"
 
@@ -36,6 +37,7 @@ constexpr uint32_t kTestColours[] = {0x000000, 0xFF0000, 0x00FF00, 0x0000FF, 0x0
 
 // Every diagnostic of this layer: the message site's line, the operation, the unit.
 __attribute__((format(printf, 3, 4))) void fb_log(int site, const char *op, const char *fmt, ...) {
+    StdoutLock hold;
     std::printf("libtolma (line %d of %s in %s): ", site, op, kSource);
     va_list ap;
     va_start(ap, fmt);

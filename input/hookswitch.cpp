@@ -35,8 +35,8 @@ void *trackHook(HookReader &r) {
         int state = r.wait();
         if (state == -1) continue;
         if (!r.reporting.load()) continue;
-        if (r.line_start.exchange(false)) std::putchar('\n');
-        std::printf("%s event: [%s]\n", r.event_line, hookStateName(state));
+        const char *fresh = r.line_start.exchange(false) ? "\n" : "";
+        std::printf("%s%s event: [%s]\n", fresh, r.event_line, hookStateName(state));
     }
     return readerExit(0);
 }

@@ -20,7 +20,9 @@ public:
     void handle(const InputEvent &ev, JackReporting &reporting);
 
 private:
-    void endOfGroup(bool detection);
+    // Each prints at most one line, `fresh` in front of it; true when it did.
+    bool print(const InputEvent &ev, JackReporting &reporting, bool detection, const char *fresh);
+    bool endOfGroup(bool detection, const char *fresh);
 
     int plug_ = -1;               // physical-insertion switch; -1 until it first reports
     bool plug_changed_ = false;   // since the last synchronisation record

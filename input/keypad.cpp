@@ -78,8 +78,10 @@ void *keyTrackThread(void *) {
         InputEvent ev;
         if (readKeyEvent(ev) != EventRead::kRecord) continue;
         if (!g_key.reporting.load()) continue;
-        if (g_key.line_start.exchange(false)) std::putchar('\n');
-        std::printf("KeyCode[%04x] value[%d]\n", static_cast<unsigned>(ev.code), ev.value);
+        // The fresh-line line end and the event line go out in one call: a
+        // console line printed meanwhile never splits them.
+        const char *fresh = g_key.line_start.exchange(false) ? "\n" : "";
+        std::printf("%sKeyCode[%04x] value[%d]\n", fresh, static_cast<unsigned>(ev.code), ev.value);
     }
     return readerExit(0);
 }

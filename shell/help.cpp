@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "platform/stdout_lock.h"
+
 namespace {
 
 // One output operation of a page: the text, then a line end unless told otherwise.
@@ -196,6 +198,7 @@ constexpr HelpItem kL2Help[] = {
 template <size_t N>
 void print_page(const HelpItem (&page)[N]) {
     for (const HelpItem &item : page) {
+        StdoutLock hold;
         std::fputs(item.text, stdout);
         if (item.line_end) std::putchar('\n');
     }
