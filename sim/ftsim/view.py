@@ -13,44 +13,33 @@ import json
 import os
 import re
 import secrets
-import sys
 import threading
 import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from urllib.parse import urlsplit
 
-from ftsim import dev_display, dev_input
+from ftsim import dev_display, dev_input, runs
 from ftsim.phone import Phone
-from ftsim.registry import COMMANDS, DEVICES, Usage, UsageError
-
-try:
-    from ftsim import runs
-except ImportError:   # the run registry is not there yet: see console_pid()
-    runs = None
+from ftsim.registry import DEVICES, UsageError, phone_arg, register_verb
 
 PAGE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "view.html")
 DEFAULT_PORT = 8080
-# The counter and the console are looked at 25 times a second: a redraw within 100 ms.
+# The counter is read 25 times a second, for a redraw within 100 ms. Whether a
+# console runs is asked at every change (a starting console writes its state at
+# once) and every second (one that ends writes nothing).
 WATCH_SECONDS = 0.04
+CONSOLE_ROUNDS = 25
 KEEPALIVE_SECONDS = 15
 TAIL_LINES = 20
-# The verbs the page may run; each checks its own words.
+# The verbs the page may run; each checks its own words as on the command line.
 ACTIONS = ("key", "jack", "jackkey", "hook", "ehs", "cradle")
 MAX_BODY = 1024
 
 
 def console_pid(phone):
-    """The running console's process id, or None."""
-    if runs is not None:
-        run = runs.current(phone)
-        return run.pid if run else None
-    # Without the registry: a console holds the keypad's FIFO open.
-    try:
-        fd = os.open(dev_input.fifo(phone, "event0"), os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
-    except OSError:
-        return None
-    os.close(fd)
-    return 0
+    """The running console's host process id, or None."""
+    run = runs.current(phone)
+    return run.pid if run else None
 
 
 def keys(lines):
@@ -114,14 +103,18 @@ class Watcher(threading.Thread):
         self.changed = threading.Condition()
 
     def run(self):
-        seen = None
+        seen, rounds = (None, None), 0
         while True:
-            now = (self.phone.changes(), console_pid(self.phone))
-            if now != seen:
-                seen = now
+            count = self.phone.changes()
+            console = seen[1]
+            if count != seen[0] or rounds % CONSOLE_ROUNDS == 0:
+                console = console_pid(self.phone)
+            if (count, console) != seen:
+                seen = (count, console)
                 with self.changed:
                     self.generation += 1
                     self.changed.notify_all()
+            rounds += 1
             time.sleep(WATCH_SECONDS)
 
     def wait(self, generation, timeout):
@@ -209,7 +202,8 @@ class Handler(BaseHTTPRequestHandler):
                 raise ValueError
             words = json.loads(self.rfile.read(length))
             if (not isinstance(words, list) or not 1 <= len(words) <= 3 or words[0] not in ACTIONS
-                    or not all(isinstance(w, str) and len(w) <= 32 for w in words)):
+                    or not all(isinstance(w, str) and 0 < len(w) <= 32 and w[0] != "-"
+                               for w in words)):
                 raise ValueError
         except ValueError:
             return self.reply(400, "text/plain", b"an action is a JSON list: verb, words\n")
@@ -237,42 +231,41 @@ class ViewServer(ThreadingHTTPServer):
         self.page = page.replace("{{CONFIG}}", json.dumps(config).replace("</", "<\\/")).encode()
 
     def act(self, verb, words):
-        """Runs `ftsim VERB PHONE WORDS...` in this process: (exit status, what
-        it printed). One at a time, so each sees its own messages."""
-        message = ""
+        """Runs `ftsim VERB PHONE WORDS...` in this process, through the command
+        line's own parser: (exit status, what it printed). One at a time, so
+        each sees its own messages."""
+        from ftsim import cli
         with self.lock, contextlib.redirect_stderr(io.StringIO()) as err, \
                 contextlib.redirect_stdout(io.StringIO()) as out:
-            try:
-                status = COMMANDS[verb][1]([self.phone.path, *words]) or 0
-            except Usage:
-                status, message = 2, f"usage: {COMMANDS[verb][0]}"
-            except UsageError as e:
-                status, message = 2, f"ftsim: {e}"
-        return status, (message or err.getvalue() + out.getvalue()).strip()
+            status = cli.main([verb, self.phone.path, *words])
+        return status, (err.getvalue() + out.getvalue()).strip()
 
 
-def cmd_view(args):
-    port = DEFAULT_PORT
-    if len(args) == 3 and args[1] == "--port":
-        args, port = args[:1], args[2]
-    if len(args) != 1:
-        raise Usage()
-    if not re.fullmatch(r"\d{1,5}", str(port)) or int(port) > 65535:
-        raise UsageError(f"a port is 0 to 65535 (not {port!r})")
-    phone = Phone(args[0]).require()
-    try:
-        server = ViewServer(phone, int(port))
-    except OSError as e:
-        raise UsageError(f"cannot listen on 127.0.0.1:{port}: {e.strerror}") from None
-    server.watcher.start()
-    print(server.url, flush=True)
-    try:
-        server.serve_forever(poll_interval=3600)
-    except KeyboardInterrupt:
-        pass
-    finally:
-        server.server_close()
-    return 0
+def port_number(word):
+    if not re.fullmatch(r"\d{1,5}", word) or int(word) > 65535:
+        raise UsageError(f"a port is 0 to 65535 (not {word!r})")
+    return int(word)
 
 
-COMMANDS["view"] = ("ftsim view PHONE [--port N]", cmd_view)
+@register_verb("view", "the phone as a live web page on 127.0.0.1, until Ctrl+C")
+def setup_view(parser):
+    phone_arg(parser)
+    parser.add_argument("--port", default=str(DEFAULT_PORT), metavar="N",
+                        help=f"the port (default {DEFAULT_PORT}; 0: any free one)")
+
+    def run(args):
+        port = port_number(args.port)
+        phone = Phone(args.phone).require()
+        try:
+            server = ViewServer(phone, port)
+        except OSError as e:
+            raise UsageError(f"cannot listen on 127.0.0.1:{port}: {e.strerror}") from None
+        server.watcher.start()
+        print(server.url, flush=True)
+        try:
+            server.serve_forever(poll_interval=3600)
+        except KeyboardInterrupt:
+            pass
+        finally:
+            server.server_close()
+    return run
