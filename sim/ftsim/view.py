@@ -55,9 +55,14 @@ def tail(path, n=TAIL_LINES):
         return []
 
 
+# The devices whose state the page shows, besides those that can be unplugged.
+SHOWN = ("backlight", "leds", "accessories", "pcm", "mixer")
+
+
 def state(phone):
     """Everything the page shows but the panel, from the devices' own show()."""
-    show = {name: keys(dev.show(phone)) for name, dev in DEVICES.items() if hasattr(dev, "show")}
+    show = {name: keys(dev.show(phone)) for name, dev in DEVICES.items()
+            if hasattr(dev, "show") and (name in SHOWN or hasattr(dev, "unplug"))}
     mixer = show.get("mixer", {})
     xres, yres, _ = dev_display.geometry(phone)
     pid = console_pid(phone)
@@ -67,14 +72,10 @@ def state(phone):
         "accessories": show.get("accessories", {}), "pcm": show.get("pcm", {}),
         "paths": [n for n, v in mixer.items() if n.endswith("Switch") and re.search(r"[1-9]", v)],
         "tools": tail(phone.p("log", "tools")), "calls": tail(phone.p("log", "calls")),
-        "store": dev_store_lines(phone),
+        "store": [line.split("=", 1) for line in DEVICES["store"].show(phone)],
         "absent": sorted(n for n, s in show.items() if s.get("present") == "no"),
         "faults": sorted(os.listdir(phone.p("faults"))),
     }
-
-
-def dev_store_lines(phone):
-    return [line.split("=", 1) for line in DEVICES["store"].show(phone)]
 
 
 def lit_panel(phone):
@@ -189,6 +190,7 @@ class Handler(BaseHTTPRequestHandler):
             pass   # the page went away
 
     def do_POST(self):
+        self.close_connection = True   # a refused body is never read: nothing may follow it
         if not self.allowed():
             return
         if urlsplit(self.path).path != "/action":

@@ -324,7 +324,10 @@ int system(const char *cmdline) {
     }
     using Fn = int (*)(const char *);
     static Fn real = next<Fn>("system");
-    return real(cmdline);
+    int status = real(cmdline);
+    // The phone's tool stubs record their calls in log/tools as they run.
+    if (cmdline && g_active) sim::note_change();
+    return status;
 }
 
 }  // extern "C"
