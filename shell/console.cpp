@@ -15,6 +15,8 @@
 #include "shell/dispatch.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
+#include "wireless/bluetooth.h"
+#include "wireless/wifi.h"
 
 namespace {
 
@@ -35,6 +37,8 @@ void shut_down() {
     hookswitchTestDestroy();
     jackTestDestroy();
     keyTestDestroy();
+    btTestDestroy();
+    wifi_stop();
 }
 
 // Owns the line the editor hands us.

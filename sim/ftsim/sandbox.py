@@ -127,8 +127,10 @@ def _prepare(phone, build):
 
 
 def _call(phone, args):
-    # Ctrl+C on the terminal goes to the console; we only wait for it.
-    old = signal.signal(signal.SIGINT, lambda *_: None)
+    # Ctrl+C on the terminal goes to the console; we only wait for it. bubblewrap
+    # inherits the ignoring (Ctrl+C would take the sandbox down with it); the
+    # console gets SIGINT's default action back (see CONSOLE).
+    old = signal.signal(signal.SIGINT, signal.SIG_IGN)
     try:
         status = runs.launch(phone, args)
     except runs.Refused as e:
@@ -139,9 +141,14 @@ def _call(phone, args):
     return status if status >= 0 else 128 - status
 
 
+# The console, with SIGINT's default action whatever the sandbox ignores.
+CONSOLE = ["/usr/bin/env", "--default-signal=INT", "/system/bin/ft"]
+
+
 def run(phone, build="host"):
     extra = _prepare(phone, build)
-    status = _call(phone, command(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra))
+    argv, env = guest(build, CONSOLE[2:], guest_env(build))
+    status = _call(phone, command(phone, CONSOLE[:2] + argv, env, extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status

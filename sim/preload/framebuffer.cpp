@@ -66,7 +66,7 @@ int fb_ioctl(int, unsigned long request, void *arg) {
 int fb_mmap_check(int) { return sim::fault("fb-mmap") ? fail(ENOMEM) : 0; }
 
 constexpr preload::DeviceNode kDisplay[] = {
-    {"/dev/graphics/fb0", "dev/fb0", 0, fb_ioctl, fb_mmap_check, true},
+    {"/dev/graphics/fb0", "dev/fb0", 0, fb_ioctl, fb_mmap_check, nullptr, true},
     {"/proc/device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/",
      "device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/", 0, nullptr},
 };

@@ -22,6 +22,9 @@ struct DeviceNode {
     // Asked before a descriptor opened through this node is mapped: non-zero
     // refuses the mapping (errno set). Null maps the stand-in file itself.
     int (*mmap_check)(int fd) = nullptr;
+    // Asked before `path` (a path under this node) is opened: non-zero refuses
+    // the open (errno set), as for a file the phone's image lacks.
+    int (*open_check)(const char *path) = nullptr;
     // A close of a descriptor opened through this node, or an unmap of a mapping
     // of it, counts a change of the phone (sim::note_change): the framebuffer's
     // users draw, then close or unmap, so the picture is whole by then.

@@ -1,5 +1,5 @@
 """The console over a pipe: start-up, the loop's rules, help pages, end of input."""
-from conftest import golden, startup, startup_calls, transcript
+from conftest import QUIT, golden, startup, startup_calls, transcript
 
 NOT_VALID = "Not a valid command\n"
 
@@ -12,7 +12,7 @@ def test_lines_words_and_prefixes(phone):
     assert out == startup() + transcript(
         ("", ""), ("   ", ""), ("ft", ""), ("ft ft program commit", "PASS\n"),
         ("info ", NOT_VALID), ("QUIT", NOT_VALID), ("program commit ft", "PASS\n"),
-        ("quit now", ""))
+        ("quit now", QUIT))
 
 
 def test_long_lines_are_refused_whole(phone):

@@ -7,7 +7,7 @@ import sys
 import threading
 import time
 
-from conftest import FTSIM, REPO, ftsim, startup, transcript
+from conftest import FTSIM, QUIT, REPO, ftsim, startup, transcript
 
 sys.path.insert(0, os.path.join(REPO, "sim"))
 from ftsim import dev_input, inject  # noqa: E402
@@ -55,7 +55,7 @@ class Console:
 
     def quit(self):
         out, _ = self.proc.communicate(b"quit\n", timeout=GUARD)
-        assert (self.proc.returncode, (self.out + out).decode()) == (0, self.expected + "quit\n")
+        assert (self.proc.returncode, (self.out + out).decode()) == (0, self.expected + "quit\n" + QUIT)
 
 
 def test_keypad_events_only_while_reporting(phone):
