@@ -26,10 +26,17 @@ import pexpect
 ftsim, phone, steps = sys.argv[1], sys.argv[2], json.loads(sys.argv[3])
 c = pexpect.spawn(ftsim, ["run", phone], timeout=30, dimensions=(24, 1000))
 c.expect_exact("ft>")
-for command, sim, ends in steps:
+for command, sim, ends, interrupt_after in steps:
     if command:
         c.sendline(command)
-        c.expect(pexpect.EOF if ends else "ft>")
+        if interrupt_after:
+            try:
+                c.expect_exact("ft>", timeout=interrupt_after)
+            except pexpect.TIMEOUT:
+                c.sendintr()
+                c.expect_exact("ft>")
+        else:
+            c.expect(pexpect.EOF if ends else "ft>")
     for verb in sim:
         verb, *args = shlex.split(verb)
         subprocess.run([ftsim, verb, phone, *args], check=True)
@@ -44,7 +51,7 @@ def timed(argv):
 
 def main():
     plan = plans.load(PLAN, "SN0000001", 0, "bench", "2026-01-01")
-    steps = json.dumps([(s.command, s.sim, s.ends_console) for s in plan.steps])
+    steps = json.dumps([(s.command, s.sim, s.ends_console, s.interrupt_after) for s in plan.steps])
     station, baseline = [], []
     with tempfile.TemporaryDirectory() as tmp:
         phone = os.path.join(tmp, "phone")

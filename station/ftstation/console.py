@@ -134,6 +134,120 @@ class Console:
             raise self._ended(f"the console has ended before {command!r}")
         start = time.monotonic()
         self.link.write(command.encode() + b"\n")
+        kind, out, events = self._collect(command, start, timeout, interrupt_after, ends_console)
+        self._breaks.reply(out)
+        reply = Reply(command, out, _verdict(out, passes), events, time.monotonic() - start,
+                      refused=cv.refusal(out))
+        if kind == "end":
+            self._at_end = reply.ended = True
+            if not ends_console:
+                raise self._ended(f"the console ended during {command!r}")
+            reply.status = self.status = self.link.status(
+                max(1.0, start + timeout - time.monotonic()))
+        return reply
+
+    def events(self):
+        """The event lines that came since the last call, outside any command."""
+        self._take_events()
+        taken, self._pending = self._pending, []
+        return taken
+
+    def wait_event(self, pattern, timeout=None):
+        """The first event line, between commands, that `pattern` finds; events
+        before it stay queued."""
+        regex = re.compile(pattern)
+        deadline = time.monotonic() + (self.timeout if timeout is None else timeout)
+        while True:
+            self._take_events()
+            for i, event in enumerate(self._pending):
+                if regex.search(event):
+                    return self._pending.pop(i)
+            if self._at_end:
+                raise self._ended(f"the console ended while waiting for {pattern!r}")
+            if not self._read(deadline):
+                raise ConsoleTimeout(f"no event {pattern!r} within "
+                                     f"{self.timeout if timeout is None else timeout:g} s",
+                                     self.tail())
+
+    def interrupt(self):
+        """Ctrl+C: the character on a terminal or serial line; `./ftsim interrupt`
+        for a simulated phone on a pipe."""
+        try:
+            self.link.interrupt()
+        except OSError as e:
+            raise StationError(f"cannot send Ctrl+C: {e}") from None
+
+    def sim(self, verb, *args):
+        """`./ftsim VERB PHONE ARGS...` for this console's simulated phone."""
+        if self.phone is None:
+            raise StationError(f"not a simulated phone: cannot run ftsim {verb}")
+        _run_ftsim(self._ftsim, verb, self.phone, *args)
+
+    def program(self, values, timeout=None):
+        """Writes each parameter, reads it back and compares."""
+        replies, got = [], {}
+        for name, value in values.items():
+            wrote = self.run(f"program write {name} {cv.quote(value)}", timeout)
+            read = self.run(f"program read {name}", timeout)
+            replies += [wrote, read]
+            got[name] = next(iter(cv.param_lines(read.lines).values()), None)
+            got[name] = got[name] if wrote.verdict == "PASS" else None
+        ok = all(got[name] == value for name, value in values.items())
+        return Readback(ok, got, replies)
+
+    def identity(self, timeout=60):
+        """Runs `gencert`: the certificate's thumbprint and the identity block."""
+        reply = self.run("gencert", timeout)
+        identity = parse_identity(reply)
+        if identity is None:
+            raise StationError("gencert gave no thumbprint:\n" + reply.output)
+        return identity
+
+    def wait_end(self, timeout=None):
+        """Waits for the console to end; returns its exit status (None where
+        the transport has none)."""
+        deadline = time.monotonic() + (self.timeout if timeout is None else timeout)
+        while not self._at_end:
+            if not self._read(deadline):
+                raise ConsoleTimeout("the console did not end", self.tail())
+        self.status = self.link.status(max(1.0, deadline - time.monotonic()))
+        return self.status
+
+    def close(self, timeout=None):
+        """Quits the console, if it still runs, and lets go of the transport."""
+        try:
+            if not self._at_end and not self._stuck:
+                self.link.write(b"quit\n")
+                # A serial line goes on after the console: nothing to wait for.
+                return self.wait_end(timeout) if self._has_process() else None
+            return self.status
+        except StationError:
+            return None
+        finally:
+            self.link.close()
+
+    def tail(self):
+        return "\n".join(self._seen.rstrip("\n").split("\n")[-TAIL_LINES:])
+
+    # --- reading -----------------------------------------------------------
+
+    def _start(self, timeout):
+        lines = []
+        deadline = time.monotonic() + timeout
+        while True:
+            kind, line = self._next(deadline)
+            if kind == "line":
+                lines.append(line)
+            elif kind == "prompt":
+                return "\n".join(lines)
+            elif kind == "timeout":
+                raise ConsoleTimeout(f"no prompt within {timeout:g} s", self.tail())
+            else:
+                raise self._ended("the console ended before its first prompt")
+
+    def _collect(self, command, start, timeout, interrupt_after, ends_console):
+        """The reply's lines up to the next prompt (or the end): its output,
+        the events among them, and how it ended ("prompt" or "end")."""
         out, events, held_blank, echoed, interrupted = [], [], False, False, False
         interrupt_at = start + interrupt_after if interrupt_after is not None else None
         while True:
@@ -179,111 +293,7 @@ class Console:
                     out.append(line)
         if held_blank:
             out.append("")
-        self._breaks.reply(out)
-        reply = Reply(command, out, _verdict(out, passes), events, time.monotonic() - start,
-                      refused=cv.refusal(out))
-        if kind == "end":
-            self._at_end = reply.ended = True
-            if not ends_console:
-                raise self._ended(f"the console ended during {command!r}")
-            reply.status = self.status = self.link.status(
-                max(1.0, start + timeout - time.monotonic()))
-        return reply
-
-    def events(self):
-        """The event lines that came since the last call, outside any command."""
-        self._take_events()
-        taken, self._pending = self._pending, []
-        return taken
-
-    def wait_event(self, pattern, timeout=None):
-        """The first event line, between commands, that `pattern` finds; events
-        before it stay queued."""
-        regex = re.compile(pattern)
-        deadline = time.monotonic() + (self.timeout if timeout is None else timeout)
-        while True:
-            self._take_events()
-            for i, event in enumerate(self._pending):
-                if regex.search(event):
-                    return self._pending.pop(i)
-            if self._at_end:
-                raise self._ended(f"the console ended while waiting for {pattern!r}")
-            if not self._read(deadline):
-                raise ConsoleTimeout(f"no event {pattern!r} within "
-                                     f"{self.timeout if timeout is None else timeout:g} s",
-                                     self.tail())
-
-    def interrupt(self):
-        """Ctrl+C: the character on a terminal or serial line; `./ftsim interrupt`
-        for a simulated phone on a pipe."""
-        self.link.interrupt()
-
-    def sim(self, verb, *args):
-        """`./ftsim VERB PHONE ARGS...` for this console's simulated phone."""
-        if self.phone is None:
-            raise StationError(f"not a simulated phone: cannot run ftsim {verb}")
-        _run_ftsim(self._ftsim, verb, self.phone, *args)
-
-    def program(self, values, timeout=None):
-        """Writes each parameter, reads it back and compares."""
-        replies, got = [], {}
-        for name, value in values.items():
-            wrote = self.run(f"program write {name} {cv.quote(value)}", timeout)
-            read = self.run(f"program read {name}", timeout)
-            replies += [wrote, read]
-            got[name] = next(iter(cv.param_lines(read.lines).values()), None)
-            got[name] = got[name] if wrote.verdict == "PASS" else None
-        ok = all(got[name] == value for name, value in values.items())
-        return Readback(ok, got, replies)
-
-    def identity(self, timeout=60):
-        """Runs `gencert`: the certificate's thumbprint and the identity block."""
-        reply = self.run("gencert", timeout)
-        identity = parse_identity(reply)
-        if identity is None:
-            raise StationError("gencert gave no thumbprint:\n" + reply.output)
-        return identity
-
-    def wait_end(self, timeout=None):
-        """Waits for the console to end; returns its exit status (None where
-        the transport has none)."""
-        deadline = time.monotonic() + (self.timeout if timeout is None else timeout)
-        while not self._at_end:
-            if not self._read(deadline):
-                raise ConsoleTimeout("the console did not end", self.tail())
-        self.status = self.link.status(max(1.0, deadline - time.monotonic()))
-        return self.status
-
-    def close(self, timeout=None):
-        """Quits the console, if it still runs, and lets go of the transport."""
-        try:
-            if not self._at_end and not self._stuck:
-                self.link.write(b"quit\n")
-                return self.wait_end(timeout)
-            return self.status
-        except StationError:
-            return None
-        finally:
-            self.link.close()
-
-    def tail(self):
-        return "\n".join(self._seen.rstrip("\n").split("\n")[-TAIL_LINES:])
-
-    # --- reading -----------------------------------------------------------
-
-    def _start(self, timeout):
-        lines = []
-        deadline = time.monotonic() + timeout
-        while True:
-            kind, line = self._next(deadline)
-            if kind == "line":
-                lines.append(line)
-            elif kind == "prompt":
-                return "\n".join(lines)
-            elif kind == "timeout":
-                raise ConsoleTimeout(f"no prompt within {timeout:g} s", self.tail())
-            else:
-                raise self._ended("the console ended before its first prompt")
+        return kind, out, events
 
     def _has_process(self):
         return not isinstance(self.link, transport.Serial)
