@@ -26,9 +26,10 @@ def golden(name):
         return f.read()
 
 
-def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True, camhal=True):
+def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True, camhal=None):
     """What the console prints before its first prompt, for the devices present.
-    `display`: the drawing layer's log lines (none while the framebuffer works)."""
+    `display`: the drawing layer's log lines (none while the framebuffer works);
+    `camhal`: why the camera's marker file could not be made (an errno text)."""
     text = "Opening watchdog file at /dev/watchdog ... "
     text += "Disabling watchdog timer.\n" if watchdog else "watchdog file could not be opened\n"
     if not keypad:
@@ -38,9 +39,9 @@ def startup(watchdog=True, keypad=True, jack=True, display="", mixer=True, camha
     text += display
     if not mixer:
         text += "initialize_audio : mixer_open failed\n"
-    if not camhal:
+    if camhal:
         text += ("cameraInit(): Failed to create file /tmp/camhal/ft_specialresolution.txt"
-                 " (errno = No such file or directory).\n"
+                 f" (errno = {camhal}).\n"
                  "              Camera will not use full resolutions.\n")
     return text + "\n"
 
