@@ -5,7 +5,8 @@
 extern "C" {
 #endif
 
-// Flushes standard output, then runs `cmdline` with /bin/sh -c.
+// Flushes standard output, then runs `cmdline` with /bin/sh -c, its standard
+// input /dev/null (only the console's loop reads the station's input).
 // Returns what system() returns: -1 when no shell could be started.
 int shell_run(const char *cmdline);
 
