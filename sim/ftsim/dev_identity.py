@@ -2,7 +2,8 @@
 faults of single tools and of the reserved partition, and a listing of what a
 run left in a phone folder.
 
-- `fault PHONE tool NAME`: the tool NAME exits 1 and writes nothing. Tools found
+- `fault PHONE tool NAME[:ARG]`: the tool NAME exits 1 and writes nothing; with
+  `:ARG`, only the calls whose first argument is ARG (`openssl:pkcs12`). Tools found
   on the PATH get a wrapper in the phone's /system/bin (first on the PATH) as a
   run starts; the wrapper stays and passes every call on once the fault is
   cleared. Phone stubs called by their full path answer the fault themselves.
@@ -20,10 +21,12 @@ from ftsim.registry import COMMANDS, FAULTS, RUN_HOOKS, Usage, UsageError
 
 WRAPPER_MARK = "# ftsim tool-fault wrapper"
 WRAPPER = f"""#!/bin/sh
-{WRAPPER_MARK}: while /sim/faults/tool.NAME exists this tool fails and
-# writes nothing; otherwise the call goes on to the tool further down the PATH.
+{WRAPPER_MARK}: while /sim/faults/tool.NAME (or tool.NAME:ARG, for calls
+# whose first argument is ARG) exists this tool fails and writes nothing;
+# otherwise the call goes on to the tool further down the PATH.
 name=${{0##*/}}
 [ -e "/sim/faults/tool.$name" ] && exit 1
+case $1 in */*) ;; ?*) [ -e "/sim/faults/tool.$name:$1" ] && exit 1 ;; esac
 IFS=:
 for dir in $PATH; do
     [ "$dir" = /system/bin ] && continue
@@ -32,7 +35,7 @@ done
 echo "$name: not found" >&2
 exit 127
 """
-TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*")
+TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*(?::[A-Za-z0-9_+-][A-Za-z0-9._+-]*)?")
 
 
 def tool_name(name):
@@ -55,7 +58,7 @@ def _wrap_faulted_tools(phone):
     for fault in os.listdir(phone.p("faults")):
         if not fault.startswith("tool."):
             continue
-        path = phone.p("system", "bin", fault[len("tool."):])
+        path = phone.p("system", "bin", fault[len("tool."):].split(":")[0])
         if os.path.lexists(path) and not _is_wrapper(path):
             continue
         tmp = path + ".new"
