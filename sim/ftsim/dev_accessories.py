@@ -55,6 +55,9 @@ DEVICES["charger"] = Charger()
 FAULTS["hook-state"] = None
 FAULTS["cradle-state"] = None
 FAULTS["charger"] = None
+# The wait calls fail (-1) at once; each failed call is a line in log/hook-wait or log/ehs-wait.
+FAULTS["hook-wait"] = None
+FAULTS["ehs-wait"] = None
 
 
 def _hook_command(which, what):

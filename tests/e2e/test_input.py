@@ -207,3 +207,24 @@ def test_event_lines_never_land_inside_a_console_line(phone):
     text = (c.out + out).decode()
     rest = re.sub(r"(?:(?<=\n)|(?<=ft>))KeyCode\[001e\] value\[[01]\]\n", "", text)
     assert rest == c.expected + ("help\n\n\n" + golden("help_general.txt") + "ft>") * 40 + "quit\n"
+
+
+def test_a_vanished_device_costs_a_line_a_second(phone):
+    phone.fault("hook-wait")
+    c = Console(phone)
+    started = time.monotonic()
+    phone.unplug("keypad")
+    time.sleep(3)
+    out, _ = c.proc.communicate(b"quit\n", timeout=GUARD)
+    seconds = time.monotonic() - started
+    assert c.proc.returncode == 0
+    lost = "readKeyEvent(): some error or short read - number of bytes = [-1], errno = [19]\n"
+    out = out.decode()
+    assert 2 <= out.count(lost) <= seconds + 1
+    assert out.replace(lost, "") == "quit\n"
+    with open(os.path.join(phone.path, "log", "hook-wait")) as f:
+        assert 2 <= len(f.readlines()) <= seconds + 2
+    # A later run finds the keypad gone, and back once plugged in again.
+    piped(phone, ("key 1", "keyTest(): fail - event device is not open\n"), start=startup(keypad=False))
+    phone.plug("keypad")
+    piped(phone, ("key 1", "Start keypad test\n"))
