@@ -32,6 +32,8 @@ class Phone:
         if os.path.lexists(self.path):
             if not force:
                 raise UsageError(f"{self.path} exists (use --force to replace it)")
+            from ftsim import runs
+            runs.forget(self)       # the old phone's station goes with it
             shutil.rmtree(self.path)
         for d in FILESYSTEMS + STATE_DIRS:
             os.makedirs(self.p(d))

@@ -4,8 +4,9 @@ import glob
 import os
 import shutil
 import signal
-import subprocess
+import sys
 
+from ftsim import runs
 from ftsim.phone import REPO
 from ftsim.registry import RUN_HOOKS, UsageError
 
@@ -125,11 +126,14 @@ def _prepare(phone, build):
     return extra
 
 
-def _call(args):
+def _call(phone, args):
     # Ctrl+C on the terminal goes to the console; we only wait for it.
     old = signal.signal(signal.SIGINT, lambda *_: None)
     try:
-        status = subprocess.call(args)
+        status = runs.launch(phone, args)
+    except runs.Refused as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1
     finally:
         signal.signal(signal.SIGINT, old)
     return status if status >= 0 else 128 - status
@@ -137,7 +141,7 @@ def _call(args):
 
 def run(phone, build="host"):
     extra = _prepare(phone, build)
-    status = _call(command(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra))
+    status = _call(phone, command(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra))
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
@@ -149,4 +153,4 @@ def exec_in(phone, build, argv):
     extra = _prepare(phone, build)
     env = guest_env(build)
     offered = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
-    return _call(command(phone, argv, offered, extra))
+    return _call(phone, command(phone, argv, offered, extra))

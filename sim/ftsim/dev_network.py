@@ -1,0 +1,120 @@
+"""The phone's Ethernet: eth0 and the station it is wired to (see runs.py).
+
+A veth link takes no speed, duplex or auto-negotiation settings, so the PHY
+behind eth0 lives in the phone's net/eth0 as KEY=VALUE lines, kept by the
+phone's own ethtool (sim/rootfs/system/bin/ethtool):
+
+- autoneg: on|off; speed: 10|100|1000|any and duplex: half|full|any, the forced
+  mode with autoneg off, or what autoneg may advertise with it on;
+- link: yes|no, a cable in the port; gigabit: yes|no, the PHY's 1000BASE-T;
+- partner: the best mode the link partner offers (10half ... 1000full, or none).
+
+Verbs: `show PHONE eth0`, `set PHONE eth0.KEY VALUE`, `station PHONE up|down`,
+`interrupt PHONE`.
+"""
+import json
+import os
+import subprocess
+import sys
+
+from ftsim import runs
+from ftsim.phone import Phone, write_atomically
+from ftsim.registry import COMMANDS, DEVICES, SETTINGS, Usage, UsageError
+
+PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
+                "gigabit": "yes", "partner": "1000full"}
+PHY_VALUES = {"autoneg": ("on", "off"), "speed": ("10", "100", "1000", "any"),
+              "duplex": ("half", "full", "any"), "link": ("yes", "no"), "gigabit": ("yes", "no"),
+              "partner": ("none", "10half", "10full", "100half", "100full", "1000full")}
+
+
+def read_phy(phone):
+    phy = dict(PHY_DEFAULTS)
+    try:
+        with open(phone.p("net", "eth0"), encoding="utf-8", errors="replace") as f:
+            for line in f:
+                k, _, v = line.strip().partition("=")
+                if k in PHY_VALUES and v in PHY_VALUES[k]:
+                    phy[k] = v
+    except FileNotFoundError:
+        pass
+    return phy
+
+
+def write_phy(phone, phy):
+    text = "".join(f"{k}={phy[k]}\n" for k in sorted(phy))
+    write_atomically(phone.p("net", "eth0"), text.encode())
+
+
+def interface(phone):
+    """(address, up) of the running phone's eth0, or None."""
+    try:
+        p = runs.phone_net_popen(phone, ["ip", "-j", "link", "show", "dev", runs.PHONE_IF],
+                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    except runs.NotRunning:
+        return None
+    out, _ = p.communicate()
+    try:
+        link = json.loads(out)[0]
+    except (ValueError, IndexError):
+        return None
+    return link.get("address", ""), "UP" in link.get("flags", [])
+
+
+class Eth0:
+    name = "eth0"
+
+    def create(self, phone, options):
+        os.makedirs(phone.p("net"), exist_ok=True)
+        write_phy(phone, PHY_DEFAULTS)
+
+    def show(self, phone):
+        lines = [f"{k}={v}" for k, v in sorted(read_phy(phone).items())]
+        found = interface(phone)
+        if found is None:
+            return lines + ["present=no"]
+        return lines + [f"address={found[0]}", "present=yes", f"up={'yes' if found[1] else 'no'}"]
+
+
+DEVICES["eth0"] = Eth0()
+
+
+def set_phy(key):
+    def setting(phone, value):
+        if value not in PHY_VALUES[key]:
+            raise UsageError(f"eth0.{key} is one of: {', '.join(PHY_VALUES[key])}")
+        phy = read_phy(phone)
+        phy[key] = value
+        write_phy(phone, phy)
+    return setting
+
+
+for _key in ("link", "gigabit", "partner"):
+    SETTINGS["eth0." + _key] = (f"eth0.{_key} {'|'.join(PHY_VALUES[_key])}", set_phy(_key))
+
+
+def cmd_station(args):
+    if len(args) != 2 or args[1] not in ("up", "down"):
+        raise Usage()
+    phone = Phone(args[0]).require()
+    try:
+        runs.station_up(phone) if args[1] == "up" else runs.station_down(phone)
+    except runs.Refused as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1
+    return 0
+
+
+def cmd_interrupt(args):
+    if len(args) != 1:
+        raise Usage()
+    try:
+        runs.interrupt(Phone(args[0]).require())
+    except runs.NotRunning as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1
+    return 0
+
+
+COMMANDS["station"] = ("ftsim station PHONE up|down", cmd_station)
+COMMANDS["interrupt"] = ("ftsim interrupt PHONE", cmd_interrupt)
