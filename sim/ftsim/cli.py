@@ -6,7 +6,7 @@ import sys
 
 import ftsim
 from ftsim import sandbox
-from ftsim.phone import Phone
+from ftsim.phone import Phone, Tampered, create_file
 from ftsim.registry import (COMMANDS, DEVICES, FAULTS, NEW_OPTIONS, SETTINGS, Usage,
                             UsageError)
 
@@ -85,7 +85,7 @@ def cmd_fault(args):
         raise Usage()
     if rest:
         name += "." + FAULTS[name](rest[0])
-    open(phone.p("faults", name), "w").close()
+    create_file(phone.p("faults", name)).close()
 
 
 def _device_cmd(action):
@@ -142,3 +142,6 @@ def main(argv):
     except UsageError as e:
         print(f"ftsim: {e}", file=sys.stderr)
         return 2
+    except Tampered as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1

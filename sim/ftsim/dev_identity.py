@@ -16,7 +16,7 @@ import os
 import re
 import stat
 
-from ftsim.phone import Phone
+from ftsim.phone import Phone, write_atomically
 from ftsim.registry import COMMANDS, FAULTS, RUN_HOOKS, Usage, UsageError
 
 WRAPPER_MARK = "# ftsim tool-fault wrapper"
@@ -61,17 +61,13 @@ def _wrap_faulted_tools(phone):
         path = phone.p("system", "bin", fault[len("tool."):].split(":")[0])
         if os.path.lexists(path) and not _is_wrapper(path):
             continue
-        tmp = path + ".new"
-        with open(tmp, "w") as f:
-            f.write(WRAPPER)
-        os.chmod(tmp, 0o755)
-        os.replace(tmp, path)
+        write_atomically(path, WRAPPER.encode(), mode=0o755)
 
 
 def run_hook(phone, build):
     _wrap_faulted_tools(phone)
     if phone.fault("reserved-readonly"):
-        return ["--ro-bind", phone.p("reserved"), "/reserved"]
+        return ["--ro-bind", phone.bindable("reserved"), "/reserved"]
     return []
 
 

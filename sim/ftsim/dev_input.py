@@ -9,7 +9,7 @@ import struct
 import time
 
 from ftsim import inject
-from ftsim.phone import Phone, write_atomically
+from ftsim.phone import Phone, open_fifo, write_atomically
 from ftsim.registry import COMMANDS, DEVICES, RUN_HOOKS, SETTINGS, Usage, UsageError
 
 EV_SYN, EV_KEY, EV_SW = 0, 1, 5
@@ -158,7 +158,7 @@ class InputDevice:
         aside = phone.p("unplugged", "input", self.node)
         os.replace(fifo(phone, self.node), aside)
         try:
-            fd = os.open(aside, os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
+            fd = open_fifo(aside, os.O_WRONLY | os.O_NONBLOCK)
         except OSError:
             return          # nobody holds it
         try:

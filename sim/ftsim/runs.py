@@ -368,9 +368,10 @@ def _unplug(phone, netfd):
                    capture_output=True, text=True, **kw)
 
 
-def launch(phone, args):
+def launch(phone, args, pass_fds=()):
     """Runs the bubblewrap command line `args` (its first word "bwrap") with the
-    phone's network, and returns bubblewrap's exit status."""
+    phone's network, and returns bubblewrap's exit status. `pass_fds`: further
+    descriptors that its command line names."""
     _check_rights()
     with _locked(phone):
         # A second console in the same phone runs without a network.
@@ -382,7 +383,7 @@ def launch(phone, args):
     args = [args[0], "--info-fd", str(info_w), "--block-fd", str(block_r)] + list(args[1:])
     netfd = None
     try:
-        proc = subprocess.Popen(args, pass_fds=(info_w, block_r))
+        proc = subprocess.Popen(args, pass_fds=(info_w, block_r) + tuple(pass_fds))
     except BaseException:
         for fd in (info_r, info_w, block_r, block_w):
             os.close(fd)
