@@ -39,8 +39,8 @@ bool PipedLines::next(std::string &line) {
 namespace {
 
 // While a line is read, FS is a key like any other: the terminal would turn it
-// into SIGQUIT (Ctrl+\\) before the editor saw it. Readline puts the terminal's
-// own settings back after each line, so Ctrl+\\ works again while a command runs.
+// into SIGQUIT (Ctrl+\) before the editor saw it. Readline puts the terminal's
+// own settings back after each line, so Ctrl+\ works again while a command runs.
 void prep_terminal(int meta) {
     rl_prep_terminal(meta);
     int fd = fileno(rl_instream ? rl_instream : stdin);
