@@ -7,7 +7,7 @@ import os
 
 from ftsim import inject
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, FAULTS, Usage, UsageError
+from ftsim.registry import DEVICES, FAULTS, HELP, UsageError, phone_arg, register_verb
 
 HOOK_STATES = {"on": b"0", "off": b"1"}
 CRADLE_STATES = {"disconnected": 0, "connected": 1}
@@ -55,39 +55,57 @@ DEVICES["charger"] = Charger()
 FAULTS["hook-state"] = None
 FAULTS["cradle-state"] = None
 FAULTS["charger"] = None
-# The wait calls fail (-1) at once; each failed call is a line in log/hook-wait or log/ehs-wait.
 FAULTS["hook-wait"] = None
 FAULTS["ehs-wait"] = None
+HELP["device", "accessories"] = "every accessory's state"
+HELP["device", "charger"] = "the Bluetooth handset's charger: charger=on|off"
+HELP["fault", "hook-state"] = "reading the hookswitch state fails"
+HELP["fault", "cradle-state"] = "reading the cradle's connection fails"
+HELP["fault", "charger"] = "switching the handset's charger fails"
+HELP["fault", "hook-wait"] = ("the hookswitch's wait call fails (-1) at once; "
+                              "each failed call is a line in log/hook-wait")
+HELP["fault", "ehs-wait"] = ("the EHS's wait call fails (-1) at once; "
+                             "each failed call is a line in log/ehs-wait")
 
 
-def _hook_command(which, what):
-    @inject.delivering
-    def cmd(args):
-        if len(args) != 2 or args[1] not in HOOK_STATES:
-            raise Usage()
-        phone = Phone(args[0]).require()
-        # The state holds whether or not a console takes the event.
-        write_atomically(path(phone, which), HOOK_STATES[args[1]])
-        inject.write_groups(path(phone, which + ".events"), [HOOK_STATES[args[1]]],
-                            f"the {what} of {phone.path}", phone)
-    return cmd
+def _hook_verb(which, what):
+    def setup(parser):
+        phone_arg(parser)
+        parser.add_argument("state", choices=HOOK_STATES, metavar="on|off",
+                            help="on: the handset rests on it; off: lifted")
+
+        @inject.delivering
+        def run(args):
+            phone = Phone(args.phone).require()
+            # The state holds whether or not a console takes the event.
+            write_atomically(path(phone, which), HOOK_STATES[args.state])
+            inject.write_groups(path(phone, which + ".events"), [HOOK_STATES[args.state]],
+                                f"the {what} of {phone.path}", phone)
+        return run
+    return setup
 
 
-def cmd_cradle(args):
-    if len(args) != 2:
-        raise Usage()
-    phone = Phone(args[0]).require()
-    state = CRADLE_STATES.get(args[1])
-    if state is None:
-        try:
-            state = int(args[1])
-        except ValueError:
-            state = None
-        if state is None or not -2**31 <= state < 2**31:
-            raise UsageError("the cradle is connected, disconnected or a 32-bit number")
-    write_atomically(path(phone, "cradle"), str(state).encode())
+register_verb("hook", "puts the handset on or off the cradle's hookswitch: one event",
+              _hook_verb("hook", "hookswitch"))
+register_verb("ehs", "puts the wired headset's hookswitch (EHS) on or off: one event",
+              _hook_verb("ehs", "headset hookswitch"))
 
 
-COMMANDS["hook"] = ("ftsim hook PHONE on|off", _hook_command("hook", "hookswitch"))
-COMMANDS["ehs"] = ("ftsim ehs PHONE on|off", _hook_command("ehs", "headset hookswitch"))
-COMMANDS["cradle"] = ("ftsim cradle PHONE connected|disconnected|STATE", cmd_cradle)
+@register_verb("cradle", "what BTHandsetCradle_IsConnected reports")
+def setup_cradle(parser):
+    phone_arg(parser)
+    parser.add_argument("state", metavar="STATE",
+                        help="connected, disconnected or a 32-bit number (an undefined state)")
+
+    def run(args):
+        phone = Phone(args.phone).require()
+        state = CRADLE_STATES.get(args.state)
+        if state is None:
+            try:
+                state = int(args.state)
+            except ValueError:
+                state = None
+            if state is None or not -2**31 <= state < 2**31:
+                raise UsageError("the cradle is connected, disconnected or a 32-bit number")
+        write_atomically(path(phone, "cradle"), str(state).encode())
+    return run

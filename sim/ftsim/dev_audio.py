@@ -13,7 +13,7 @@ import struct
 from ftsim import sandbox
 from ftsim.devices import FileNode
 from ftsim.phone import write_atomically
-from ftsim.registry import FAULTS, UsageError, device
+from ftsim.registry import FAULTS, HELP, UsageError, device
 
 PCM = "pcmC1D5p"
 AMP = os.path.join("sys", "class", "audio_ports_ctl", "wired_handset")
@@ -46,8 +46,15 @@ def control_name(name):
     return name
 
 
+control_name.metavar = "NAME"
 FAULTS["mixer-control"] = control_name
 FAULTS["pcm-write"] = None
+HELP["fault", "mixer-control"] = "sound card 1 has no control NAME (\"Mono Playback Switch\")"
+HELP["fault", "pcm-write"] = "every write to the playback stream fails"
+HELP["device", "soundcard"] = "sound card 1's nodes under /dev/snd: present="
+HELP["device", "mixer"] = "every control of sound card 1 as NAME=VALUE[,VALUE...]"
+HELP["device", "pcm"] = "the playback stream: playing=, its format, bytes= written"
+HELP["device", "amp"] = "the wired-handset amplifier nodes: amp_enable=, amp_gain="
 
 
 @device

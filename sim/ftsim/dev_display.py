@@ -14,7 +14,8 @@ import zlib
 
 from ftsim.devices import FileNode
 from ftsim.phone import Phone, create_file, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, FAULTS, NEW_OPTIONS, SETTINGS, Usage, UsageError
+from ftsim.registry import (DEVICES, FAULTS, HELP, NEW_OPTIONS, SETTINGS, UsageError, phone_arg,
+                            register_verb)
 
 TIMING = os.path.join("device-tree", "soc", "i2c@9844000", "dvo_to_mipi@E",
                       "display-timings", "timing")
@@ -131,9 +132,21 @@ for _dev in (Display(), PanelTimings(), Backlight(), Leds()):
 
 NEW_OPTIONS["--screen"] = ("--screen WxH", "800x480")
 NEW_OPTIONS["--bpp"] = ("--bpp N", "32")
+HELP["option", "--screen"] = "the panel's size, for the framebuffer driver and the device tree"
+HELP["option", "--bpp"] = "the depth the driver reports (the file holds 4 bytes a pixel)"
+HELP["device", "display"] = "the framebuffer /dev/graphics/fb0: xres=, yres=, bpp=, present="
+HELP["device", "panel-timings"] = "the device tree's panel size: hactive=, vactive=, present="
+HELP["device", "backlight"] = "power=on|off, level=, max="
+HELP["device", "leds"] = "state=on|off|flash, on_ms=, off_ms="
 
 for _fault in ("fb-vscreeninfo", "fb-pan", "fb-mmap", "backlight", "backlight-max", "leds"):
     FAULTS[_fault] = None
+HELP["fault", "fb-vscreeninfo"] = "reading the screen's geometry fails (EINVAL)"
+HELP["fault", "fb-pan"] = "panning the framebuffer fails (EINVAL)"
+HELP["fault", "fb-mmap"] = "mapping the framebuffer fails (ENOMEM)"
+HELP["fault", "backlight"] = "every backlight call fails"
+HELP["fault", "backlight-max"] = "the maximum brightness is unknown"
+HELP["fault", "leds"] = "the LED calls fail"
 
 
 def set_panel(phone, value):
@@ -145,6 +158,7 @@ def set_panel(phone, value):
 
 
 SETTINGS["panel"] = ("panel WxH", set_panel)
+HELP["setting", "panel"] = "the device tree's panel size only; the driver keeps its own"
 
 
 def png(width, height, rgb):
@@ -158,21 +172,21 @@ def png(width, height, rgb):
             chunk(b"IDAT", zlib.compress(raw, 6)) + chunk(b"IEND", b""))
 
 
-def cmd_screenshot(args):
-    """What the panel shows, as an 8-bit RGB PNG: each word 0x??RRGGBB of the
-    framebuffer as that red, green and blue."""
-    if len(args) != 2:
-        raise Usage()
-    phone = Phone(args[0]).require()
-    xres, yres, _ = geometry(phone)
-    if not xres or not yres:
-        raise UsageError(f"{phone.path}: the phone has no display geometry")
-    words = DEVICES["display"].read(phone)[:xres * yres * 4].ljust(xres * yres * 4, b"\0")
-    rgb = bytearray(xres * yres * 3)
-    rgb[0::3] = words[2::4]   # little-endian words: blue, green, red, unused
-    rgb[1::3] = words[1::4]
-    rgb[2::3] = words[0::4]
-    write_atomically(args[1], png(xres, yres, bytes(rgb)))
+@register_verb("screenshot", "what the panel shows, as an 8-bit RGB PNG")
+def setup_screenshot(parser):
+    """Each word 0x??RRGGBB of the framebuffer as that red, green and blue."""
+    phone_arg(parser)
+    parser.add_argument("file", metavar="FILE.png", help="the picture to write")
 
-
-COMMANDS["screenshot"] = ("ftsim screenshot PHONE FILE.png", cmd_screenshot)
+    def run(args):
+        phone = Phone(args.phone).require()
+        xres, yres, _ = geometry(phone)
+        if not xres or not yres:
+            raise UsageError(f"{phone.path}: the phone has no display geometry")
+        words = DEVICES["display"].read(phone)[:xres * yres * 4].ljust(xres * yres * 4, b"\0")
+        rgb = bytearray(xres * yres * 3)
+        rgb[0::3] = words[2::4]   # little-endian words: blue, green, red, unused
+        rgb[1::3] = words[1::4]
+        rgb[2::3] = words[0::4]
+        write_atomically(args.file, png(xres, yres, bytes(rgb)))
+    return run

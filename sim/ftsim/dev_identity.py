@@ -17,7 +17,7 @@ import re
 import stat
 
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, FAULTS, RUN_HOOKS, Usage, UsageError
+from ftsim.registry import FAULTS, HELP, RUN_HOOKS, UsageError, phone_arg, register_verb
 
 WRAPPER_MARK = "# ftsim tool-fault wrapper"
 WRAPPER = f"""#!/bin/sh
@@ -42,6 +42,9 @@ def tool_name(name):
     if not TOOL_NAME.fullmatch(name):
         raise UsageError(f"not a tool name: {name!r}")
     return name
+
+
+tool_name.metavar = "NAME[:ARG]"
 
 
 def _is_wrapper(path):
@@ -74,21 +77,25 @@ def run_hook(phone, build):
 FAULTS["tool"] = tool_name
 FAULTS["reserved-readonly"] = None
 RUN_HOOKS.append(run_hook)
+HELP["fault", "tool"] = ("the tool NAME exits with an error and writes nothing; with :ARG only "
+                         "its calls whose first argument is ARG (openssl:pkcs12)")
+HELP["fault", "reserved-readonly"] = "/reserved is mounted read-only, from the next run on"
 
 
-def cmd_files(args):
-    if len(args) != 2:
-        raise Usage()
-    phone = Phone(args[0]).require()
-    root = os.path.realpath(phone.path)
-    folder = os.path.realpath(os.path.join(root, args[1].lstrip("/")))
-    if folder != root and not folder.startswith(root + os.sep):
-        raise UsageError(f"{args[1]!r} is outside the phone")
-    if not os.path.isdir(folder):
-        raise UsageError(f"no folder {args[1]!r} in the phone")
-    for name in sorted(os.listdir(folder)):
-        st = os.lstat(os.path.join(folder, name))
-        print(f"{stat.S_IMODE(st.st_mode):04o} {name}{'/' if stat.S_ISDIR(st.st_mode) else ''}")
+@register_verb("files", "what is left in a phone folder, one MODE NAME line per entry")
+def setup_files(parser):
+    phone_arg(parser)
+    parser.add_argument("dir", metavar="DIR", help="a folder of the phone (/reserved/cp/certs)")
 
-
-COMMANDS["files"] = ("ftsim files PHONE DIR", cmd_files)
+    def run(args):
+        phone = Phone(args.phone).require()
+        root = os.path.realpath(phone.path)
+        folder = os.path.realpath(os.path.join(root, args.dir.lstrip("/")))
+        if folder != root and not folder.startswith(root + os.sep):
+            raise UsageError(f"{args.dir!r} is outside the phone")
+        if not os.path.isdir(folder):
+            raise UsageError(f"no folder {args.dir!r} in the phone")
+        for name in sorted(os.listdir(folder)):
+            st = os.lstat(os.path.join(folder, name))
+            print(f"{stat.S_IMODE(st.st_mode):04o} {name}{'/' if stat.S_ISDIR(st.st_mode) else ''}")
+    return run

@@ -10,7 +10,8 @@ import time
 
 from ftsim import inject
 from ftsim.phone import Phone, open_fifo, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, RUN_HOOKS, SETTINGS, Usage, UsageError
+from ftsim.registry import (DEVICES, HELP, RUN_HOOKS, SETTINGS, Usage, UsageError, phone_arg,
+                            register_verb)
 
 EV_SYN, EV_KEY, EV_SW = 0, 1, 5
 SYN_REPORT = 0
@@ -183,6 +184,9 @@ class InputDevice:
 
 for _name in BUILT_IN:
     DEVICES[_name] = InputDevice(_name)
+HELP["device", "keypad"] = "the keypad's event device: node=, name=, phys=, present="
+HELP["device", "jack"] = "the headset jack's event device: node=, name=, phys=, present="
+HELP["device", "touchscreen"] = "the touch screen's event device: node=, name=, phys=, present="
 
 
 # ---- commands ------------------------------------------------------------------
@@ -195,71 +199,119 @@ def key_code(word):
     return number(word, 16, prefix=("KEY_", "BTN_"))
 
 
-@inject.delivering
-def cmd_press(args):
-    if len(args) != 2:
-        raise Usage()
-    phone, code = _phone(args[0]), key_code(args[1])
-    deliver(phone, "event0", [[(EV_KEY, code, 1), (EV_SYN, SYN_REPORT, 0)],
-                              [(EV_KEY, code, 0), (EV_SYN, SYN_REPORT, 0)]])
+KEY_HELP = "a kernel key name (KEY_1, KEY_VOLUMEUP) or a number"
 
 
-@inject.delivering
-def cmd_key(args):
-    if len(args) != 3 or args[2] not in KEY_VALUES:
-        raise Usage()
-    phone, code = _phone(args[0]), key_code(args[1])
-    deliver(phone, "event0", [[(EV_KEY, code, KEY_VALUES[args[2]]), (EV_SYN, SYN_REPORT, 0)]])
+@register_verb("press", "presses and releases a key of the keypad")
+def setup_press(parser):
+    phone_arg(parser)
+    parser.add_argument("key", metavar="KEY", help=KEY_HELP)
+
+    @inject.delivering
+    def run(args):
+        phone, code = _phone(args.phone), key_code(args.key)
+        deliver(phone, "event0", [[(EV_KEY, code, 1), (EV_SYN, SYN_REPORT, 0)],
+                                  [(EV_KEY, code, 0), (EV_SYN, SYN_REPORT, 0)]])
+    return run
 
 
-@inject.delivering
-def cmd_jack(args):
-    if args[1:] == ["out"]:
-        hp, mic, plug = 0, 0, 0
-    elif len(args) == 3 and args[1] == "in" and args[2] in ("none", "nomic", *HEADSET_TYPES):
-        hp, mic, plug = int(args[2] != "none"), int(args[2] in HEADSET_TYPES), 1
-    else:
-        raise Usage()
-    phone = _phone(args[0])
-    if len(args) == 3 and args[2] in HEADSET_TYPES:
-        write_atomically(phone.p("accessories", "headset-type"), HEADSET_TYPES[args[2]].encode())
-    deliver(phone, "event1", [[(EV_SW, SW_HEADPHONE_INSERT, hp), (EV_SW, SW_MICROPHONE_INSERT, mic),
-                               (EV_SW, SW_JACK_PHYSICAL_INSERT, plug), (EV_SYN, SYN_REPORT, 0)]])
+@register_verb("key", "one key record of the keypad (value 1, 0 or 2)")
+def setup_key(parser):
+    phone_arg(parser)
+    parser.add_argument("key", metavar="KEY", help=KEY_HELP)
+    parser.add_argument("value", choices=KEY_VALUES, metavar="down|up|repeat",
+                        help="pressed, released or held")
+
+    @inject.delivering
+    def run(args):
+        phone, code = _phone(args.phone), key_code(args.key)
+        deliver(phone, "event0", [[(EV_KEY, code, KEY_VALUES[args.value]),
+                                   (EV_SYN, SYN_REPORT, 0)]])
+    return run
 
 
-@inject.delivering
-def cmd_jackkey(args):
-    if len(args) != 3 or args[1] not in JACK_BUTTONS or args[2] not in ("down", "up"):
-        raise Usage()
-    phone = _phone(args[0])
-    deliver(phone, "event1", [[(EV_KEY, JACK_BUTTONS[args[1]], KEY_VALUES[args[2]]),
-                               (EV_SYN, SYN_REPORT, 0)]])
+HEADSETS = ("none", "nomic", *HEADSET_TYPES)
 
 
-@inject.delivering
-def cmd_event(args):
-    if len(args) != 5:
-        raise Usage()
-    phone = _phone(args[0])
-    node = node_of(phone, args[1])
-    ev_type = number(args[2], 16, prefix="EV_")
-    code = number(args[3], 16, prefix=("KEY_", "BTN_", "SW_", "SYN_", "ABS_", "REL_", "MSC_"))
-    deliver(phone, node, [[(ev_type, code, number(args[4], 32, signed=True))]])
+@register_verb("jack", "plugs into the headset jack, or pulls the plug out")
+def setup_jack(parser):
+    phone_arg(parser)
+    parser.add_argument("where", choices=("in", "out"), metavar="in|out", help="in or out")
+    parser.add_argument("headset", nargs="?", choices=HEADSETS, metavar="|".join(HEADSETS),
+                        help="with in: nothing wired, headphones, or a headset whose type "
+                             "reads as unknown (mic: the call fails), CTIA or OMTP")
+
+    @inject.delivering
+    def run(args):
+        if args.where == "out" and args.headset is None:
+            hp, mic, plug = 0, 0, 0
+        elif args.where == "in" and args.headset is not None:
+            hp, mic, plug = int(args.headset != "none"), int(args.headset in HEADSET_TYPES), 1
+        else:
+            raise Usage(f"the forms are: in {'|'.join(HEADSETS)}, and out")
+        phone = _phone(args.phone)
+        if args.headset in HEADSET_TYPES:
+            write_atomically(phone.p("accessories", "headset-type"),
+                             HEADSET_TYPES[args.headset].encode())
+        deliver(phone, "event1", [[(EV_SW, SW_HEADPHONE_INSERT, hp),
+                                   (EV_SW, SW_MICROPHONE_INSERT, mic),
+                                   (EV_SW, SW_JACK_PHYSICAL_INSERT, plug),
+                                   (EV_SYN, SYN_REPORT, 0)]])
+    return run
 
 
-def cmd_add_input(args):
-    if len(args) != 3:
-        raise Usage()
-    phone = _phone(args[0])
-    for word in args[1:]:
-        if "\n" in word:
-            raise UsageError("a name or location holds no line end")
-    taken = set(os.listdir(phone.p("input")))
-    n = 0
-    while f"event{n}" in taken:
-        n += 1
-    add_node(phone, f"event{n}", args[1], args[2])
-    print(f"event{n}")
+@register_verb("jackkey", "a button of the wired headset")
+def setup_jackkey(parser):
+    phone_arg(parser)
+    parser.add_argument("button", choices=JACK_BUTTONS, metavar="A|B|C|D", help="the button")
+    parser.add_argument("value", choices=("down", "up"), metavar="down|up",
+                        help="pressed or released")
+
+    @inject.delivering
+    def run(args):
+        phone = _phone(args.phone)
+        deliver(phone, "event1", [[(EV_KEY, JACK_BUTTONS[args.button], KEY_VALUES[args.value]),
+                                   (EV_SYN, SYN_REPORT, 0)]])
+    return run
+
+
+@register_verb("event", "one raw record into an event device")
+def setup_event(parser):
+    phone_arg(parser)
+    parser.add_argument("device", metavar="DEVICE", help="keypad, jack, touchscreen or eventN")
+    parser.add_argument("type", metavar="TYPE", help="a kernel name (EV_SW) or a number")
+    parser.add_argument("code", metavar="CODE", help="a kernel name (SW_LID) or a number")
+    parser.add_argument("value", metavar="VALUE", help="a 32-bit number")
+
+    @inject.delivering
+    def run(args):
+        phone = _phone(args.phone)
+        node = node_of(phone, args.device)
+        ev_type = number(args.type, 16, prefix="EV_")
+        code = number(args.code, 16,
+                      prefix=("KEY_", "BTN_", "SW_", "SYN_", "ABS_", "REL_", "MSC_"))
+        deliver(phone, node, [[(ev_type, code, number(args.value, 32, signed=True))]])
+    return run
+
+
+@register_verb("add-input", "another event device; prints its node eventN")
+def setup_add_input(parser):
+    phone_arg(parser)
+    parser.add_argument("name", metavar="NAME", help="the device's name")
+    parser.add_argument("phys", metavar="PHYS", help="its location (empty: none)")
+
+    def run(args):
+        phone = _phone(args.phone)
+        for word in (args.name, args.phys):
+            if "\n" in word:
+                raise UsageError("a name or location holds no line end")
+        taken = set(os.listdir(phone.p("input")))
+        n = 0
+        while f"event{n}" in taken:
+            n += 1
+        add_node(phone, f"event{n}", args.name, args.phys)
+        print(f"event{n}")
+    return run
 
 
 def set_model(phone, model):
@@ -270,11 +322,6 @@ def set_model(phone, model):
     describe(phone, node, JACK_NAMES[model], phys)
 
 
-COMMANDS["press"] = ("ftsim press PHONE KEY", cmd_press)
-COMMANDS["key"] = ("ftsim key PHONE KEY down|up|repeat", cmd_key)
-COMMANDS["jack"] = ("ftsim jack PHONE in none|nomic|mic|ctia|omtp | out", cmd_jack)
-COMMANDS["jackkey"] = ("ftsim jackkey PHONE A|B|C|D down|up", cmd_jackkey)
-COMMANDS["event"] = ("ftsim event PHONE DEVICE TYPE CODE VALUE", cmd_event)
-COMMANDS["add-input"] = ("ftsim add-input PHONE NAME PHYS", cmd_add_input)
 SETTINGS["model"] = ("model corvine|other", set_model)
+HELP["setting", "model"] = "what is_corvine_entry answers, and the jack device's name"
 RUN_HOOKS.append(note_record_layout)

@@ -4,7 +4,7 @@ import os
 import re
 
 from ftsim.phone import REPO, Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, FAULTS, Usage, UsageError
+from ftsim.registry import DEVICES, FAULTS, HELP, Usage, UsageError, phone_arg, register_verb
 
 _PARAMS_INC = os.path.join(REPO, "sim", "libeeprom", "params.inc")
 PARAMS = re.findall(r'^PARAM\("([^"]+)", "([^"]+)"\)', open(_PARAMS_INC).read(), re.M)
@@ -16,6 +16,9 @@ def storage_name(name):
         if name in (storage, alias):
             return storage
     raise UsageError(f"unknown parameter {name!r}")
+
+
+storage_name.metavar = "NAME"
 
 
 class Store:
@@ -41,19 +44,29 @@ FAULTS["store-read"] = storage_name
 FAULTS["store-write"] = storage_name
 FAULTS["store-mode"] = None
 FAULTS["shell"] = None
+HELP["device", "store"] = "the factory-data store, NAME=VALUE per parameter"
+HELP["fault", "store-read"] = "reading that parameter fails"
+HELP["fault", "store-write"] = "writing that parameter fails"
+HELP["fault", "store-mode"] = "leaving factory mode fails"
+HELP["fault", "shell"] = "no shell can be started (system returns -1)"
 
 
-def cmd_store(args):
-    if len(args) == 1:
-        print("\n".join(DEVICES["store"].show(Phone(args[0]).require())))
-    elif len(args) == 3:
-        phone = Phone(args[0]).require()
-        data = os.fsencode(args[2])
+@register_verb("store", "the factory-data store, or sets one of its parameters")
+def setup_store(parser):
+    phone_arg(parser)
+    parser.add_argument("name", metavar="NAME", nargs="?", help="a storage name or alias")
+    parser.add_argument("value", metavar="VALUE", nargs="?",
+                        help=f"its new value, up to {MAX_VALUE} characters")
+
+    def run(args):
+        if args.name is None:
+            print("\n".join(DEVICES["store"].show(Phone(args.phone).require())))
+            return
+        if args.value is None:
+            raise Usage("a NAME takes a VALUE")
+        phone = Phone(args.phone).require()
+        data = os.fsencode(args.value)
         if len(data) > MAX_VALUE:
             raise UsageError(f"a value holds {MAX_VALUE} characters at most")
-        write_atomically(phone.p("store", storage_name(args[1])), data)
-    else:
-        raise Usage()
-
-
-COMMANDS["store"] = ("ftsim store PHONE [NAME VALUE]", cmd_store)
+        write_atomically(phone.p("store", storage_name(args.name)), data)
+    return run

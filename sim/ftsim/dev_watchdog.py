@@ -1,6 +1,6 @@
 """/dev/watchdog: a file under dev/ that keeps every byte the console writes."""
 from ftsim.devices import FileNode
-from ftsim.registry import device
+from ftsim.registry import HELP, device
 
 
 @device
@@ -12,3 +12,6 @@ class Watchdog(FileNode):
         data = self.read(phone)
         return ["written=" + data.decode("latin-1"),
                 "present=" + ("yes" if self.plugged(phone) else "no")]
+
+
+HELP["device", "watchdog"] = "/dev/watchdog: written= the bytes written, present="

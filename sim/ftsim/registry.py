@@ -5,26 +5,51 @@ package, loaded by the command line) registers here:
   plug(phone), show(phone) -> list of KEY=VALUE lines.
 - FAULTS: fault name -> None (no argument) or a function that checks the argument
   and returns the word to record it under; a fault is the file faults/NAME[.ARG].
-- COMMANDS: extra verbs, name -> (usage line, function(args) -> exit status).
+  The function's optional `metavar` attribute names the argument in help (ARG).
+- SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
+  A WHAT ending in '.' ("switch.") takes every WHAT that starts with it and is
+  longer; its function is called as function(phone, value, what).
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
-- SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
+- RUN_HOOKS: functions(phone, build) -> extra bubblewrap arguments, called as
+  `ftsim run` and `ftsim exec` start.
+- HELP: (kind, name) -> one line for the help texts, kind "device", "fault",
+  "setting" (its registered name), "option" ("--name") or "verb" (a COMMANDS
+  verb); optional.
+- Verbs: register_verb(name, help, setup). setup(parser) adds the verb's
+  arguments to its argparse parser and returns function(args) -> exit status
+  (None: 0). raise Usage("what was wrong") prints the verb's usage and that line,
+  exit 2; raise UsageError("...") prints "ftsim: ..." alone, exit 2.
+
+    @register_verb("files", "what is left in a phone folder")
+    def files(parser):
+        phone_arg(parser)
+        parser.add_argument("dir", metavar="DIR", help="a folder of the phone")
+        return lambda args: list_folder(Phone(args.phone).require(), args.dir)
+
+    FAULTS["usb-io"] = None
+    HELP["fault", "usb-io"] = "every USB transfer fails"
+
+The older COMMANDS[name] = (usage line, function(list of words) -> exit status)
+still works: such a verb takes the rest of the command line as it is.
 """
 
 DEVICES = {}
 FAULTS = {}
-COMMANDS = {}
-NEW_OPTIONS = {}
 SETTINGS = {}
+NEW_OPTIONS = {}
 RUN_HOOKS = []
+HELP = {}
+VERBS = {}
+COMMANDS = {}
 
 
 class UsageError(Exception):
-    """A wrong form or value: printed as one line, exit status 2."""
+    """A wrong value: printed as one line "ftsim: ...", exit status 2."""
 
 
 class Usage(Exception):
-    """A wrong form: the usage text is printed, exit status 2."""
+    """A wrong form: the verb's usage and the message are printed, exit status 2."""
 
 
 def device(cls):
@@ -32,3 +57,25 @@ def device(cls):
     obj = cls()
     DEVICES[obj.name] = obj
     return cls
+
+
+def register_verb(name, help, setup=None):
+    """Adds the verb `name` with its one-line help; a decorator when setup is left out."""
+    if setup is None:
+        return lambda fn: register_verb(name, help, fn)
+    VERBS[name] = (help, setup)
+    return setup
+
+
+def phone_arg(parser):
+    """The PHONE argument that most verbs take first: args.phone."""
+    parser.add_argument("phone", metavar="PHONE", help="the phone's folder")
+
+
+def setting(what):
+    """The registered name that WHAT sets (itself, or the longest prefix that
+    takes it), or None."""
+    if what in SETTINGS and not what.endswith("."):
+        return what
+    prefixes = [k for k in SETTINGS if k.endswith(".") and what.startswith(k) and what != k]
+    return max(prefixes, key=len, default=None)
