@@ -14,6 +14,8 @@
 #include "shell/line_input.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
+#include "wireless/bluetooth.h"
+#include "wireless/wifi.h"
 
 namespace {
 
@@ -34,6 +36,8 @@ void shut_down() {
     hookswitchTestDestroy();
     jackTestDestroy();
     keyTestDestroy();
+    btTestDestroy();
+    wifi_stop();
 }
 
 // Owns the line the editor hands us.

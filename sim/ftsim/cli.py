@@ -50,8 +50,8 @@ def _text(text):
 def _listing(title, rows):
     """`title:` and one indented NAME  HELP line per row."""
     rows = list(rows)
-    width = max((len(name) for name, _ in rows), default=0) + 2
-    return "\n".join([f"{title}:"] + [f"  {name:<{width}}{text}".rstrip() for name, text in rows])
+    width = min(max((len(name) for name, _ in rows), default=0), 24)
+    return "\n".join([f"{title}:"] + [f"  {name:<{width}}  {text}".rstrip() for name, text in rows])
 
 
 def _names(names):
@@ -190,8 +190,9 @@ BUILTIN = [
 
 # ---- the command line ------------------------------------------------------------
 
-def build():
-    """The parser and each verb's own parser by name."""
+def build(only=None):
+    """The parser and each verb's own parser by name: every verb's, or only
+    that of the verb `only` (the others' arguments are then left out)."""
     top = Parser(prog="ftsim", description="The simulated phone: make one, run the console "
                  "in it, poke its hardware.\nftsim help VERB (or ftsim VERB --help) tells more.")
     sub = top.add_subparsers(dest="verb", metavar="VERB", required=True)
@@ -203,10 +204,11 @@ def build():
         return parsers[name]
 
     for name, text, setup in BUILTIN + [(n, h, s) for n, (h, s) in VERBS.items()]:
-        p = add(name, text)
-        p.set_defaults(run=setup(p))
+        if only in (None, name):
+            p = add(name, text)
+            p.set_defaults(run=setup(p))
     for name, (use, fn) in COMMANDS.items():
-        if name not in parsers:
+        if only in (None, name) and name not in parsers:
             text = HELP.get(("verb", name), use.removeprefix("ftsim "))
             p = add(name, text, usage=_text(use), description=_text(text))
             p.add_argument("words", nargs=argparse.REMAINDER, metavar="ARGS")
@@ -226,7 +228,8 @@ def build():
 
 
 def main(argv):
-    top, parsers = build()
+    verbs = {name for name, _, _ in BUILTIN} | set(VERBS) | set(COMMANDS)
+    top, parsers = build(argv[0] if argv and argv[0] in verbs else None)
     if not argv:
         top.print_help(sys.stderr)
         return 2

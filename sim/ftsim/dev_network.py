@@ -19,7 +19,7 @@ import sys
 
 from ftsim import runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import COMMANDS, DEVICES, SETTINGS, Usage, UsageError
+from ftsim.registry import DEVICES, HELP, SETTINGS, UsageError, phone_arg, register_verb
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -77,6 +77,7 @@ class Eth0:
 
 
 DEVICES["eth0"] = Eth0()
+HELP["device", "eth0"] = "the Ethernet PHY, then address=, present= and up= of the running eth0"
 
 
 def set_phy(key):
@@ -91,30 +92,37 @@ def set_phy(key):
 
 for _key in ("link", "gigabit", "partner"):
     SETTINGS["eth0." + _key] = (f"eth0.{_key} {'|'.join(PHY_VALUES[_key])}", set_phy(_key))
+HELP["setting", "eth0.link"] = "a cable in the phone's Ethernet port, or none"
+HELP["setting", "eth0.gigabit"] = "whether the PHY has 1000BASE-T"
+HELP["setting", "eth0.partner"] = "the best mode the link partner offers"
 
 
-def cmd_station(args):
-    if len(args) != 2 or args[1] not in ("up", "down"):
-        raise Usage()
-    phone = Phone(args[0]).require()
-    try:
-        runs.station_up(phone) if args[1] == "up" else runs.station_down(phone)
-    except runs.Refused as e:
-        print(f"ftsim: {e}", file=sys.stderr)
-        return 1
-    return 0
+@register_verb("station", "makes the phone's station and keeps it, or removes it")
+def setup_station(parser):
+    phone_arg(parser)
+    parser.add_argument("state", choices=("up", "down"), metavar="up|down",
+                        help="up: made and kept between runs; down: removed whole")
+
+    def run(args):
+        phone = Phone(args.phone).require()
+        try:
+            runs.station_up(phone) if args.state == "up" else runs.station_down(phone)
+        except runs.Refused as e:
+            print(f"ftsim: {e}", file=sys.stderr)
+            return 1
+        return 0
+    return run
 
 
-def cmd_interrupt(args):
-    if len(args) != 1:
-        raise Usage()
-    try:
-        runs.interrupt(Phone(args[0]).require())
-    except runs.NotRunning as e:
-        print(f"ftsim: {e}", file=sys.stderr)
-        return 1
-    return 0
+@register_verb("interrupt", "SIGINT to the phone's running console, as Ctrl+C sends it")
+def setup_interrupt(parser):
+    phone_arg(parser)
 
-
-COMMANDS["station"] = ("ftsim station PHONE up|down", cmd_station)
-COMMANDS["interrupt"] = ("ftsim interrupt PHONE", cmd_interrupt)
+    def run(args):
+        try:
+            runs.interrupt(Phone(args.phone).require())
+        except runs.NotRunning as e:
+            print(f"ftsim: {e}", file=sys.stderr)
+            return 1
+        return 0
+    return run

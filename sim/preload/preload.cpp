@@ -109,6 +109,7 @@ int open_node(const char *path, int flags) {
     std::string stand_in;
     const DeviceNode *node = nullptr;
     if (!mapped(path, stand_in, &node)) return -2;
+    if (node->open_check && node->open_check(path) != 0) return -1;
     using OpenFn = int (*)(const char *, int, ...);
     static OpenFn real_open = next<OpenFn>("open");
     int fd = real_open(stand_in.c_str(), (flags & ~O_CREAT) | node->extra_flags);
@@ -193,8 +194,10 @@ OPEN2_WRAPPER(__open64_2)
         static Fn real = next<Fn>(#name);                             \
         std::string stand_in;                                         \
         const DeviceNode *node = nullptr;                             \
-        if (!mapped(path, stand_in, &node))                \
+        if (!mapped(path, stand_in, &node))                           \
             return real(path, mode);                                  \
+        if (node->open_check && node->open_check(path) != 0)          \
+            return nullptr;                                           \
         FILE *f = real(stand_in.c_str(), mode);                       \
         if (f) preload::track(fileno(f), node);                       \
         return f;                                                     \

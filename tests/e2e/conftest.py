@@ -46,11 +46,16 @@ def startup_calls(mixer=True):
     return "echo 1 > /sys/class/audio_ports_ctl/wired_handset/amp_enable\n" if mixer else ""
 
 
+# What shut-down prints when Wi-Fi never ran: stopping it finds nothing to stop.
+QUIT = "ft : WiFi service already stopped.\n"
+
+
 def transcript(*steps, eof=False):
     """The console's output for (line, output) steps read from a pipe: the editor
-    echoes the prompt and each line. With eof, the input ends after the last step."""
+    echoes the prompt and each line. With eof, the input ends after the last step
+    and the console shuts down as for quit."""
     text = "".join(f"ft>{line}\n{out}" for line, out in steps)
-    return text + ("ft>" if eof else "")
+    return text + ("ft>" + QUIT if eof else "")
 
 
 class Phone:

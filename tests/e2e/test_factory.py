@@ -1,5 +1,5 @@
 """Factory parameters and production mode against the simulated store."""
-from conftest import ftsim, startup, startup_calls, transcript
+from conftest import QUIT, ftsim, startup, startup_calls, transcript
 
 UNSET = '"<NOT Initialized>"'
 
@@ -28,7 +28,7 @@ def test_store_round_trip(phone):
         ('program read ETHERADD', 'ETHERADD = "00:11:22:33:44:55"\n'),
         ('program read nosuch', ""),
         ('info', info(model='"M-100"', mac='"00:11:22:33:44:55"')),
-        ('quit', ""))
+        ('quit', QUIT))
     store = phone.values()
     assert (store["SN_UNIT"], store["MODEL_NUM"]) == ('SN 12" "x', "M-100")
 

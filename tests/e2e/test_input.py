@@ -8,7 +8,7 @@ import sys
 import threading
 import time
 
-from conftest import FTSIM, REPO, ftsim, golden, startup, transcript
+from conftest import FTSIM, QUIT, REPO, ftsim, golden, startup, transcript
 
 sys.path.insert(0, os.path.join(REPO, "sim"))
 from ftsim import dev_input, inject  # noqa: E402
@@ -56,7 +56,7 @@ class Console:
 
     def quit(self):
         out, _ = self.proc.communicate(b"quit\n", timeout=GUARD)
-        assert (self.proc.returncode, (self.out + out).decode()) == (0, self.expected + "quit\n")
+        assert (self.proc.returncode, (self.out + out).decode()) == (0, self.expected + "quit\n" + QUIT)
 
 
 def test_keypad_events_only_while_reporting(phone):
@@ -206,7 +206,8 @@ def test_event_lines_never_land_inside_a_console_line(phone):
     # An event line may follow a line end or the waiting prompt, nowhere else.
     text = (c.out + out).decode()
     rest = re.sub(r"(?:(?<=\n)|(?<=ft>))KeyCode\[001e\] value\[[01]\]\n", "", text)
-    assert rest == c.expected + ("help\n\n\n" + golden("help_general.txt") + "ft>") * 40 + "quit\n"
+    assert rest == (c.expected + ("help\n\n\n" + golden("help_general.txt") + "ft>") * 40
+                    + "quit\n" + QUIT)
 
 
 def test_a_vanished_device_costs_a_line_a_second(phone):
@@ -221,7 +222,7 @@ def test_a_vanished_device_costs_a_line_a_second(phone):
     lost = "readKeyEvent(): some error or short read - number of bytes = [-1], errno = [19]\n"
     out = out.decode()
     assert 2 <= out.count(lost) <= seconds + 1
-    assert out.replace(lost, "") == "quit\n"
+    assert out.replace(lost, "") == "quit\n" + QUIT
     with open(os.path.join(phone.path, "log", "hook-wait")) as f:
         assert 2 <= len(f.readlines()) <= seconds + 2
     # A later run finds the keypad gone, and back once plugged in again.

@@ -77,8 +77,13 @@ def test_interrupt_reaches_only_a_checked_console(phone, console, tmp_path):
     decoy = subprocess.Popen(["sleep", "30"])
     with open(os.path.join(phone.path, "run", "console.pid"), "w") as f:
         f.write(str(decoy.pid))
+    # The console is up (its SIGINT back to the default action) once it prompts.
+    prompt = ""
+    while not prompt.endswith("ft>"):
+        prompt += os.read(console.proc.stdout.fileno(), 4096).decode()
     assert ftsim("interrupt", phone.path).returncode == 0
     out, _, status = console.end()
+    out = prompt + out
     assert (out.endswith("ft>"), status) == (True, 130)
     assert decoy.poll() is None
     decoy.kill()

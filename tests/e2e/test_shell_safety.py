@@ -5,7 +5,7 @@ import os
 
 import pytest
 
-from conftest import startup, startup_calls, transcript
+from conftest import QUIT, startup, startup_calls, transcript
 
 # Words that would break out of a naively built line.
 NASTY = [";reboot", "$(reboot)", "`reboot`", "it's", '"quoted"', "a*", "back\\slash",
@@ -23,7 +23,7 @@ def test_each_word_is_one_argument(phone, line, record):
     lines = [line.format(w=w) for w in NASTY]
     out, rc = phone.run(*lines, "quit")
     assert rc == 0
-    assert out == startup() + transcript(*[(l, "") for l in lines], ("quit", ""))
+    assert out == startup() + transcript(*[(l, "") for l in lines], ("quit", QUIT))
     with open(os.path.join(phone.path, "log", "tools")) as f:
         assert f.read() == "".join(record.format(w=w) + "\n" for w in NASTY)
     # One shell line per command: nothing ran besides the tool.

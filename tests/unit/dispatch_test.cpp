@@ -40,7 +40,7 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
         {"lcd foo", kNot},
         {"lcd fill x", "FAIL Err invalid color=0\n"},
         {"wifi", "Not a valid command option. Please check ft help for wifi command options.\n"},
-        {"wifi start", kNot},
+        {"wifi cap", "PASS\n"},
         {"bt foo", "Not a valid command option. Please check ft help for BT command options.\n"},
         {"mfg", "Not a valid command option. Please check ft help for mfg command options.\n"},
         {"mfg wifi", "Not a valid command option. Please check ft help for mfg command options.\n"},

@@ -1,0 +1,199 @@
+"""Wi-Fi and Bluetooth: the driver modules, wlan0, the access-point scan, and
+the phone's Bluetooth stack, as a station sees them."""
+import os
+import subprocess
+import time
+
+import pexpect
+import pytest
+
+from conftest import BUILD, FTSIM, QUIT, REPO, startup, transcript
+
+START_FAIL = "ft: Err starting WiFi service\nFAIL\nft : Err: failed to start WiFi service, retry.\n"
+STOP_FAIL = "ft: Err stopping WiFi service\nFAIL\nft : Err: failed to stop WiFi service, retry.\n"
+PARAMS = "reg_alpha2=00 sta_name=wlan uap_name=wlan wfd_name=wlan cal_data_cfg=none"
+HEADER = "Name                 Address           Class    Type  RSSI\n"
+
+
+def module_log(phone):
+    with open(os.path.join(phone.path, "log", "modules")) as f:
+        return f.read().splitlines()
+
+
+def write(tmp_path, name, text):
+    path = tmp_path / name
+    path.write_text(text)
+    return str(path)
+
+
+def test_driver_calls_are_exported_by_name():
+    build = os.environ.get("FTSIM_BUILD_DIR_" + BUILD.upper()) or os.path.join(REPO, "build", BUILD)
+    syms = subprocess.run(["readelf", "--dyn-syms", "-W", os.path.join(build, "out", "bin", "ft")],
+                          capture_output=True, text=True, check=True).stdout
+    defined = {f[7] for f in (l.split() for l in syms.splitlines())
+               if len(f) >= 8 and f[3:5] == ["FUNC", "GLOBAL"] and f[6] != "UND"}
+    assert {"is_wifi_driver_loaded", "wifi_load_driver", "wifi_unload_driver"} <= defined
+
+
+def test_wifi_session(phone, tmp_path):
+    phone.store("wifiaddr", "00:1A:2B:3C:4D:5E")
+    phone.wifi("aps", write(tmp_path, "aps", "Lab 6 -45\nGuest 36 -71\n"))
+    out, rc = phone.run("wifi cap", "wifi start", "wifi start", "wifi mac_get", "wifi scan",
+                        "wifi stop", "wifi stop", "mfg wifi start")
+    scan = ("wlan0     Scan completed :\n"
+            "          Cell 01 - Address: 02:00:00:00:01:01\n"
+            "                    Channel:6\n"
+            "                    Frequency:2.437 GHz (Channel 6)\n"
+            "                    Quality=65/70  Signal level=-45 dBm  \n"
+            "                    Encryption key:on\n"
+            "                    ESSID:\"Lab\"\n"
+            "                    Mode:Master\n"
+            "          Cell 02 - Address: 02:00:00:00:01:02\n"
+            "                    Channel:36\n"
+            "                    Frequency:5.18 GHz (Channel 36)\n"
+            "                    Quality=39/70  Signal level=-71 dBm  \n"
+            "                    Encryption key:on\n"
+            "                    ESSID:\"Guest\"\n"
+            "                    Mode:Master\n\n")
+    running = "ft : WiFi service already running.\n"
+    assert (out, rc) == (startup() + transcript(
+        ("wifi cap", "PASS\n"),
+        ("wifi start", "ft: WiFi started.\n"),
+        ("wifi start", running),
+        ("wifi mac_get", running + "ft : MAC Address\n00:1a:2b:3c:4d:5e\n"),
+        ("wifi scan", running + "ft: Initiating wifi scan... \n" + scan + "ft: Done, check AP list above. \n"),
+        ("wifi stop", "ft: WiFi stopped.\n"),
+        ("wifi stop", "ft : WiFi service already stopped.\n"),
+        ("mfg wifi start", ""), eof=True), 0)
+    assert module_log(phone) == [f'init_module mlan "" -> 0', f'init_module sd8xxx "{PARAMS}" -> 0',
+                                 "delete_module sd8xxx O_NONBLOCK|O_EXCL -> 0",
+                                 "delete_module mlan O_NONBLOCK|O_EXCL -> 0"]
+    assert phone.show("modules") == f"loaded=\nmlan.params=\nsd8xxx.params={PARAMS}\nwlan0=absent\nmbtchar0=absent\n"
+    phone.set("cap-wifi", "0")
+    out, _ = phone.run("wifi cap")
+    assert out == startup() + transcript(("wifi cap", "FAIL\n"), eof=True)
+
+
+def test_wifi_half_loaded_and_stuck(phone):
+    phone.fault("module-missing", "sd8xxx")
+    out, _ = phone.run("wifi start")
+    assert out == startup() + transcript(
+        ("wifi start", "wifi_load_driver /system/lib/modules/sd8xxx.ko failed" + START_FAIL), eof=True)
+    assert module_log(phone)[-1] == "delete_module mlan O_NONBLOCK|O_EXCL -> 0"
+    assert phone.show("modules").startswith("loaded=\n")
+
+    # The driver stays listed: 20 checks half a second apart, then one more pause.
+    phone.fault("clear")
+    phone.fault("module-stuck", "sd8xxx")
+    began = time.monotonic()
+    out, _ = phone.run("wifi start", "wifi stop", timeout=60)
+    assert time.monotonic() - began >= 10.5
+    assert out == startup() + transcript(("wifi start", "ft: WiFi started.\n"), ("wifi stop", STOP_FAIL)) + \
+        'ft>Unable to unload driver module "sd8xxx": No such file or directory\n' + STOP_FAIL
+    assert phone.show("modules").startswith("loaded=sd8xxx*\n")
+
+    # Every run is a boot: nothing is left loaded.
+    phone.fault("clear")
+    out, _ = phone.run("wifi stop", "wifi start")
+    assert out.endswith(transcript(("wifi stop", "ft : WiFi service already stopped.\n"),
+                                   ("wifi start", "ft: WiFi started.\n")) + "ft>ft: WiFi stopped.\n")
+
+
+def test_busy_module_is_tried_ten_times(phone):
+    phone.fault("module-busy", "mlan")
+    out, _ = phone.run("wifi start", "wifi stop", timeout=60)
+    assert out == startup() + transcript(
+        ("wifi start", "ft: WiFi started.\n"),
+        ("wifi stop", 'Unable to unload driver module "mlan": Resource temporarily unavailable\n' + STOP_FAIL),
+        eof=True)
+    assert module_log(phone).count("delete_module mlan O_NONBLOCK|O_EXCL -> EAGAIN") == 10
+
+
+def devices(n):
+    """n devices: the first named, with class and type; the rest bare."""
+    rows = ["00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60"]
+    rows += [f"AA:00:00:00:00:{i:02X} - 0 0 -70" for i in range(1, n)]
+    return "".join(r + "\n" for r in rows)
+
+
+def test_bluetooth_session(phone, tmp_path):
+    phone.store("btaddr", "00:a0:b1:c2:d3:e4")
+    phone.bt("devices", write(tmp_path, "devices", devices(21)))
+    phone.set("bt-discovery-ms", "1500")
+    lines = ["bt on", "bt mac_get", "bt scan", "bt cap", "bt init", "bt off", "bt mac_get", "bt on",
+             "bt on", "bt scan"]
+    out, rc = phone.run(*lines)
+    rows = ["Unknown              00:11:22:33:44:55 BREDR -60\n"]
+    rows += [f"Unknown              AA:00:00:00:00:{i:02X} -70\n" for i in range(1, 20)]
+    # The table is full: the 21st device, and the class and name that arrive
+    # after it filled, are not printed.
+    assert (out, rc) == (startup() + transcript(
+        ("bt on", "BT not initialized!\nFAIL\n"),
+        ("bt mac_get", "BT not initialized!\nFAIL\n"),
+        ("bt scan", "FAIL: BT not initialized!\n"),
+        ("bt cap", "PASS\n"),
+        ("bt init", "BT interface initialized\n"),
+        ("bt off", "BT already OFF\n"),
+        ("bt mac_get", "00:A0:B1:C2:D3:E4\nPASS\n"),
+        ("bt on", "BT state changed: ON\n"),
+        ("bt on", "BT already ON\n"),
+        ("bt scan", "BT discovery STARTED\n" + HEADER + "".join(rows) + "BT discovery STOPPED\n"))
+        + "ft>BT state changed: OFF\n" + QUIT, 0)
+    assert module_log(phone) == ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]
+    assert "alarms=1\n" in phone.show("bt")
+    with open(os.path.join(phone.path, "log", "tools")) as f:
+        assert f.read() == "bd_addr_loader \n"
+
+
+@pytest.mark.parametrize("fault,line,reply,log", [
+    ("bt-hal-missing", "bt init", "ERROR: failed to load BT HAL library!\n",
+     ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]),
+    ("bt-enable-error", "bt on", "FAIL\n", None),
+    ("bt-silent", "bt on", "FAIL\n", None),
+])
+def test_bluetooth_faults(phone, fault, line, reply, log):
+    phone.fault(fault)
+    began = time.monotonic()
+    pre = [] if line == "bt init" else [("bt init", "BT interface initialized\n")]
+    out, _ = phone.run(*[l for l, _ in pre], line)
+    assert out == startup() + transcript(*pre, (line, reply), eof=True)
+    if fault == "bt-silent":
+        assert time.monotonic() - began >= 5
+    if log:
+        assert module_log(phone) == log
+
+
+def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path):
+    phone.bt("devices", write(tmp_path, "devices", devices(1)))
+    phone.set("bt-discovery-ms", "30000")
+    c = pexpect.spawn(FTSIM, ["run", "--build", BUILD, phone.path], encoding="utf-8", timeout=10,
+                      dimensions=(40, 300))
+    c.expect_exact("ft>")
+    c.sendline("bt init")
+    c.expect_exact("ft>")
+    c.sendline("bt scan")
+    c.expect_exact("BT discovery STARTED\r\n")
+    c.expect_exact("Desk-Phone")
+    c.sendintr()
+    c.expect_exact("BT discovery STOPPED\r\nBT state changed: OFF\r\nft>")
+    c.sendline("quit")
+    c.expect_exact(QUIT.replace("\n", "\r\n"))
+    c.expect(pexpect.EOF)
+    c.close()
+    assert c.exitstatus == 0
+
+
+def test_interrupt_ends_a_scan(phone, tmp_path):
+    phone.bt("devices", write(tmp_path, "devices", devices(1)))
+    phone.set("bt-discovery-ms", "30000")
+    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
+                            stdout=subprocess.PIPE, text=True, bufsize=1)
+    proc.stdin.write("bt init\nbt on\nbt scan\n")
+    proc.stdin.flush()
+    seen = ""
+    while "Desk-Phone" not in seen:
+        seen += proc.stdout.readline()
+    assert subprocess.run([FTSIM, "interrupt", phone.path]).returncode == 0
+    out, _ = proc.communicate("bt off\nquit\n", timeout=30)
+    assert out == "BT discovery STOPPED\nft>bt off\nBT state changed: OFF\nft>quit\n" + QUIT
+    assert proc.returncode == 0
