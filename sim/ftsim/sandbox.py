@@ -168,18 +168,12 @@ def _prepare(phone, build):
     return extra
 
 
-<<<<<<< HEAD
 def _call(phone, argv, env, extra):
-    # Ctrl+C on the terminal goes to the console; we only wait for it.
-    old = signal.signal(signal.SIGINT, lambda *_: None)
-    guard = terminal_guard()
-=======
-def _call(phone, args):
     # Ctrl+C on the terminal goes to the console; we only wait for it. bubblewrap
     # inherits the ignoring (Ctrl+C would take the sandbox down with it); the
     # console gets SIGINT's default action back (see CONSOLE).
     old = signal.signal(signal.SIGINT, signal.SIG_IGN)
->>>>>>> main
+    guard = terminal_guard()
     try:
         status = runs.launch(phone, command(phone, argv, env, extra, guard), pass_fds=(guard,))
     except runs.Refused as e:
@@ -197,12 +191,8 @@ CONSOLE = ["/usr/bin/env", "--default-signal=INT", "/system/bin/ft"]
 
 def run(phone, build="host"):
     extra = _prepare(phone, build)
-<<<<<<< HEAD
-    status = _call(phone, *guest(build, ["/system/bin/ft"], guest_env(build)), extra)
-=======
     argv, env = guest(build, CONSOLE[2:], guest_env(build))
-    status = _call(phone, command(phone, CONSOLE[:2] + argv, env, extra))
->>>>>>> main
+    status = _call(phone, CONSOLE[:2] + argv, env, extra)
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status

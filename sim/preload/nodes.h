@@ -22,15 +22,12 @@ struct DeviceNode {
     // Asked before a descriptor opened through this node is mapped: non-zero
     // refuses the mapping (errno set). Null maps the stand-in file itself.
     int (*mmap_check)(int fd) = nullptr;
-<<<<<<< HEAD
-    // Asked before and after each read of a descriptor opened through this
-    // node: non-zero fails the read (errno set), whatever it brought.
-    int (*read_check)(int fd) = nullptr;
-=======
     // Asked before `path` (a path under this node) is opened: non-zero refuses
     // the open (errno set), as for a file the phone's image lacks.
     int (*open_check)(const char *path) = nullptr;
->>>>>>> main
+    // Asked before and after each read of a descriptor opened through this
+    // node: non-zero fails the read (errno set), whatever it brought.
+    int (*read_check)(int fd) = nullptr;
 };
 
 // Registers a family of nodes; call it from a static constructor of the device's file.

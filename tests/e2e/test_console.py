@@ -1,14 +1,10 @@
 """The console over a pipe: start-up, the loop's rules, help pages, end of input."""
-<<<<<<< HEAD
 import os
 import subprocess
 
 import pytest
 
 from conftest import BUILD, FTSIM, QUIT, golden, startup, startup_calls, transcript
-=======
-from conftest import QUIT, golden, startup, startup_calls, transcript
->>>>>>> main
 
 NOT_VALID = "Not a valid command\n"
 
@@ -20,13 +16,8 @@ def test_lines_words_and_prefixes(phone):
     # The echo shows each byte as it came, the tab included.
     assert out == startup() + transcript(
         ("", ""), ("   ", ""), ("ft", ""), ("ft ft program commit", "PASS\n"),
-<<<<<<< HEAD
         ("info\t", NOT_VALID), ("QUIT", NOT_VALID), ("program commit ft", "PASS\n"),
-        ("quit now", ""))
-=======
-        ("info ", NOT_VALID), ("QUIT", NOT_VALID), ("program commit ft", "PASS\n"),
         ("quit now", QUIT))
->>>>>>> main
 
 
 def test_long_lines_are_refused_whole(phone):
