@@ -4,16 +4,20 @@
 #include <cstdarg>
 #include <cstring>
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <linux/fb.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 FakeFbDriver fake_fb;
 
 namespace {
 
-int g_fake_fd = -1;
+// The node opened as /dev/null: no real /dev/null answers a framebuffer ioctl.
+bool is_fake_node(int fd) {
+    struct stat st;
+    return fstat(fd, &st) == 0 && S_ISCHR(st.st_mode) && st.st_rdev == makedev(1, 3);
+}
 
 template <typename Fn>
 Fn next(const char *name) {
@@ -46,21 +50,9 @@ int answer(unsigned long request, void *arg) {
 
 }  // namespace
 
-extern "C" int open(const char *path, int flags, ...) {
-    mode_t mode = 0;
-    if (flags & (O_CREAT | O_TMPFILE)) {
-        va_list ap;
-        va_start(ap, flags);
-        mode = va_arg(ap, mode_t);
-        va_end(ap);
-    }
-    using Fn = int (*)(const char *, int, ...);
-    static Fn real = next<Fn>("open");
-    if (fake_fb.present && std::strcmp(path, "/dev/graphics/fb0") == 0) {
-        g_fake_fd = real("/dev/null", flags);
-        return g_fake_fd;
-    }
-    return real(path, flags, mode);
+const char *fake_device_path(const char *path) {
+    if (fake_fb.present && path && std::strcmp(path, "/dev/graphics/fb0") == 0) return "/dev/null";
+    return path;
 }
 
 extern "C" int ioctl(int fd, unsigned long request, ...) {
@@ -68,7 +60,7 @@ extern "C" int ioctl(int fd, unsigned long request, ...) {
     va_start(ap, request);
     void *arg = va_arg(ap, void *);
     va_end(ap);
-    if (fake_fb.present && fd == g_fake_fd) return answer(request, arg);
+    if (fake_fb.present && is_fake_node(fd)) return answer(request, arg);
     using Fn = int (*)(int, unsigned long, ...);
     static Fn real = next<Fn>("ioctl");
     return real(fd, request, arg);

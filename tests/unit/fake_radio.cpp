@@ -15,6 +15,7 @@
 #include "platform/kernel_modules.h"
 #include "platform/load_file.h"
 #include "platform/tolma.h"
+#include "tests/unit/fake_fb_driver.h"
 #include "wireless/pause.h"
 
 FakeRadio &FakeRadio::get() {
@@ -60,8 +61,9 @@ const char *modules_file() {
     return path;
 }
 
+// The one open of the unit tests: the other fakes' nodes go through it too.
 const char *redirect(const char *path) {
-    return path && std::strcmp(path, "/proc/modules") == 0 ? modules_file() : path;
+    return path && std::strcmp(path, "/proc/modules") == 0 ? modules_file() : fake_device_path(path);
 }
 
 template <typename Fn>
