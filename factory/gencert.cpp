@@ -170,8 +170,13 @@ Outcome make_identity() {
         return Outcome::kFailed;
     }
 
-    // The check after the export must see this run's bundle, never an earlier one.
+    // The check after the export must see this run's bundle, never an earlier
+    // one: a bundle the removal left (its command ran but failed) stops the run.
     if (!remove_if_present(kP12Path)) return Outcome::kFailed;
+    if (exists(kP12Path)) {
+        REPORT("Unable to remove%s: errno : %d\n", kP12Path, EEXIST);
+        return Outcome::kFailed;
+    }
 
     // The key's own line feed ends the command line: the password is its 44
     // Base64 characters. The command holds the key, so it is wiped after use.
