@@ -86,7 +86,7 @@ int input_read_check(int fd) {
 // Read and write: the open never waits for a writer, and an injector that
 // closes its end is never taken for an end of file.
 constexpr preload::DeviceNode kInput[] = {
-    {"/dev/input/", "dev/input/", O_RDWR, input_ioctl, nullptr, nullptr, input_read_check},
+    {"/dev/input/", "dev/input/", O_RDWR, input_ioctl, nullptr, nullptr, false, input_read_check},
 };
 
 __attribute__((constructor)) void register_input() { preload::add_nodes(kInput); }
