@@ -19,7 +19,8 @@ import sys
 
 from ftsim import runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import DEVICES, HELP, SETTINGS, UsageError, phone_arg, register_verb
+from ftsim.registry import (DEVICES, HELP, RUN_HOOKS, SETTINGS, UsageError, phone_arg,
+                            register_verb)
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -78,6 +79,16 @@ class Eth0:
 
 DEVICES["eth0"] = Eth0()
 HELP["device", "eth0"] = "the Ethernet PHY, then address=, present= and up= of the running eth0"
+
+
+def boot(phone, build):
+    """A run is a boot: the PHY auto-negotiates again; the cable and partner stay."""
+    phy = read_phy(phone)
+    phy.update({k: PHY_DEFAULTS[k] for k in ("autoneg", "speed", "duplex")})
+    write_phy(phone, phy)
+
+
+RUN_HOOKS.append(boot)
 
 
 def set_phy(key):
