@@ -203,9 +203,9 @@ def test_interrupt_on_a_terminal_reaches_the_running_command():
         assert reply.lines == ["running", "interrupted"]
 
 
-@pytest.mark.parametrize("terminal", [True, False])
-def test_ctrl_c_reaches_a_simulated_console(phone, terminal):
+def test_ctrl_c_reaches_a_simulated_console_on_a_pipe(phone):
     # At the prompt nothing catches SIGINT: the console ends as the signal ends it.
-    c = Console.simulated(phone, terminal=terminal)
+    # (On a terminal, the production flow's Bluetooth discovery is ended by Ctrl+C.)
+    c = Console.simulated(phone, terminal=False)
     c.interrupt()
     assert c.wait_end(20) == 130
