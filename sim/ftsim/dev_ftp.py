@@ -8,10 +8,10 @@
   changes it; a change holds from the next login on, also while a server runs.
 
 The server starts in the background as the station is made, so a run does not
-wait for Python to load it; the phone's ftpget and ftpput wait (a few seconds at
-most) for the ready file that it writes once it listens. What ftsim knows of the
-server's process lives beside the run's record under /run/ftsim, never in the
-phone folder, which the phone can write.
+wait for it; the phone's ftpget and ftpput wait (a few seconds at most) for the
+ready file that it writes once it listens. What ftsim knows of the server's
+process lives beside the run's record under /run/ftsim, never in the phone
+folder, which the phone can write.
 """
 import contextlib
 import json

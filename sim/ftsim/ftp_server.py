@@ -4,21 +4,19 @@ effect without a restart).
 
     python3 ftp_server.py ROOT LOGIN_FILE ADDRESS PORT READY_FILE
 
-The ready file appears once the server listens; the phone's FTP tools wait for it.
-SIGTERM ends it."""
+It listens at once and writes the ready file, which the phone's FTP tools wait
+for; pyftpdlib itself is loaded only when the first client knocks, so a run that
+never uses FTP does not pay for it. SIGTERM ends it."""
 import json
-import logging
 import os
+import select
 import signal
+import socket
 import sys
-
-from pyftpdlib.authorizers import AuthenticationFailed, DummyAuthorizer
-from pyftpdlib.handlers import FTPHandler
-from pyftpdlib.servers import FTPServer
 
 # List, change folder, read; create folders, write, append, delete, rename.
 PERMS = "elradfmw"
-DEFAULT_LOGIN = {"user": "station", "password": "station"}
+DEFAULT_LOGIN = ("station", "station")
 
 
 def read_login(path):
@@ -27,52 +25,58 @@ def read_login(path):
             login = json.load(f)
         return login["user"], login["password"]
     except (OSError, ValueError, KeyError, TypeError):
-        return DEFAULT_LOGIN["user"], DEFAULT_LOGIN["password"]
+        return DEFAULT_LOGIN
 
 
-class StationLogin(DummyAuthorizer):
-    """One user, whose name and password live in a file; one folder."""
+def serve(sock, root, login_file):
+    import logging
 
-    def __init__(self, root, login_file):
-        super().__init__()
-        self.root, self.login_file = root, login_file
+    from pyftpdlib.authorizers import AuthenticationFailed, DummyAuthorizer
+    from pyftpdlib.handlers import FTPHandler
+    from pyftpdlib.servers import FTPServer
 
-    def validate_authentication(self, username, password, handler):
-        if (username, password) != read_login(self.login_file):
-            raise AuthenticationFailed("Authentication failed.")
+    class StationLogin(DummyAuthorizer):
+        """One user, whose name and password live in a file; one folder."""
 
-    def get_home_dir(self, username):
-        return self.root
+        def validate_authentication(self, username, password, handler):
+            if (username, password) != read_login(login_file):
+                raise AuthenticationFailed("Authentication failed.")
 
-    def has_user(self, username):
-        return True
+        def get_home_dir(self, username):
+            return root
 
-    def has_perm(self, username, perm, path=None):
-        return perm in PERMS
+        def has_user(self, username):
+            return True
 
-    def get_perms(self, username):
-        return PERMS
+        def has_perm(self, username, perm, path=None):
+            return perm in PERMS
 
-    def get_msg_login(self, username):
-        return "Login successful."
+        def get_perms(self, username):
+            return PERMS
 
-    def get_msg_quit(self, username):
-        return "Goodbye."
+        def get_msg_login(self, username):
+            return "Login successful."
+
+        def get_msg_quit(self, username):
+            return "Goodbye."
+
+    logging.basicConfig(level=logging.WARNING, format="%(asctime)s %(message)s")
+    handler = type("StationHandler", (FTPHandler,), {})
+    handler.authorizer = StationLogin()
+    handler.auth_failed_timeout = 0       # a wrong login is answered at once
+    handler.banner = "station FTP server ready."
+    FTPServer(sock, handler).serve_forever(handle_exit=True)
 
 
 def main(root, login_file, address, port, ready_file):
-    logging.basicConfig(level=logging.WARNING, format="%(asctime)s %(message)s")
-    handler = type("StationHandler", (FTPHandler,), {})
-    handler.authorizer = StationLogin(os.path.realpath(root), login_file)
-    handler.auth_failed_timeout = 0       # a wrong login is answered at once
-    handler.banner = "station FTP server ready."
-    server = FTPServer((address, int(port)), handler)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
+    sock = socket.create_server((address, int(port)), backlog=16)
     tmp = ready_file + ".new"
     with open(tmp, "w") as f:
         f.write(f"{os.getpid()}\n")
     os.replace(tmp, ready_file)
-    server.serve_forever(handle_exit=True)
+    select.select([sock], [], [])         # the first client waits in the backlog
+    serve(sock, os.path.realpath(root), login_file)
 
 
 if __name__ == "__main__":
