@@ -2,11 +2,18 @@
 login the station engineer set (read afresh at every login, so a change takes
 effect without a restart).
 
-    python3 ftp_server.py ROOT LOGIN_FILE ADDRESS PORT READY_FILE
+    python3 ftp_server.py ROOT LOGIN_FILE ADDRESS PORT READY_FILE STATION_NETNS
 
 It listens at once and writes the ready file, which the phone's FTP tools wait
 for; pyftpdlib itself is loaded only when the first client knocks, so a run that
-never uses FTP does not pay for it. SIGTERM ends it."""
+never uses FTP does not pay for it. SIGTERM ends it; so does the end of its
+station (STATION_NETNS, the named namespace it runs in, gone or another), should
+whoever removed the station have died before stopping the server.
+
+The folder, the login file and the ready file all lie in the phone's folder,
+which the phone can write: none of them is followed through a symbolic link, and
+the server serves from a chroot into the folder it opened at start, so nothing
+the phone puts there can lead the server (root) to the host's files."""
 import json
 import os
 import select
@@ -19,16 +26,49 @@ PERMS = "elradfmw"
 DEFAULT_LOGIN = ("station", "station")
 
 
-def read_login(path):
+def open_nofollow(path, flags, dir_fd=None):
+    return os.open(path, flags | os.O_NOFOLLOW | os.O_CLOEXEC, 0o644, dir_fd=dir_fd)
+
+
+def read_login(dir_fd, name):
     try:
-        with open(path) as f:
+        with os.fdopen(open_nofollow(name, os.O_RDONLY, dir_fd)) as f:
             login = json.load(f)
         return login["user"], login["password"]
     except (OSError, ValueError, KeyError, TypeError):
         return DEFAULT_LOGIN
 
 
-def serve(sock, root, login_file):
+def write_ready(dir_fd, name):
+    tmp = name + ".new"
+    try:
+        os.unlink(tmp, dir_fd=dir_fd)
+    except FileNotFoundError:
+        pass
+    with os.fdopen(open_nofollow(tmp, os.O_WRONLY | os.O_CREAT | os.O_EXCL, dir_fd), "w") as f:
+        f.write(f"{os.getpid()}\n")
+    os.replace(tmp, name, src_dir_fd=dir_fd, dst_dir_fd=dir_fd)
+
+
+class Station:
+    """Whether the named network namespace is still the one this server runs in."""
+
+    def __init__(self, netns_path):
+        self.dir_fd = os.open(os.path.dirname(netns_path), os.O_RDONLY | os.O_DIRECTORY | os.O_CLOEXEC)
+        self.name = os.path.basename(netns_path)
+        self.inode = os.stat("/proc/self/ns/net").st_ino
+
+    def gone(self):
+        try:
+            return os.stat(self.name, dir_fd=self.dir_fd).st_ino != self.inode
+        except OSError:
+            return True
+
+
+CHECK_SECONDS = 2
+
+
+def serve(sock, root_fd, login_dir_fd, login_name, station):
     import logging
 
     from pyftpdlib.authorizers import AuthenticationFailed, DummyAuthorizer
@@ -39,11 +79,11 @@ def serve(sock, root, login_file):
         """One user, whose name and password live in a file; one folder."""
 
         def validate_authentication(self, username, password, handler):
-            if (username, password) != read_login(login_file):
+            if (username, password) != read_login(login_dir_fd, login_name):
                 raise AuthenticationFailed("Authentication failed.")
 
         def get_home_dir(self, username):
-            return root
+            return "/"
 
         def has_user(self, username):
             return True
@@ -61,25 +101,34 @@ def serve(sock, root, login_file):
             return "Goodbye."
 
     logging.basicConfig(level=logging.WARNING, format="%(asctime)s %(message)s")
+    # Everything is loaded: from here on the station folder is the whole world.
+    os.fchdir(root_fd)
+    os.chroot(".")
     handler = type("StationHandler", (FTPHandler,), {})
     handler.authorizer = StationLogin()
     handler.auth_failed_timeout = 0       # a wrong login is answered at once
     handler.banner = "station FTP server ready."
-    FTPServer(sock, handler).serve_forever(handle_exit=True)
+    server = FTPServer(sock, handler)
+    server.ioloop.call_every(CHECK_SECONDS, lambda: station.gone() and sys.exit(0))
+    server.serve_forever(handle_exit=True)
 
 
-def main(root, login_file, address, port, ready_file):
+def main(root, login_file, address, port, ready_file, netns_path):
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
+    station = Station(netns_path)
+    root_fd = open_nofollow(root, os.O_RDONLY | os.O_DIRECTORY)
+    login_dir_fd = open_nofollow(os.path.dirname(login_file), os.O_RDONLY | os.O_DIRECTORY)
+    ready_dir_fd = open_nofollow(os.path.dirname(ready_file), os.O_RDONLY | os.O_DIRECTORY)
     sock = socket.create_server((address, int(port)), backlog=16)
-    tmp = ready_file + ".new"
-    with open(tmp, "w") as f:
-        f.write(f"{os.getpid()}\n")
-    os.replace(tmp, ready_file)
-    select.select([sock], [], [])         # the first client waits in the backlog
-    serve(sock, os.path.realpath(root), login_file)
+    write_ready(ready_dir_fd, os.path.basename(ready_file))
+    # The first client waits in the backlog while pyftpdlib loads.
+    while not select.select([sock], [], [], CHECK_SECONDS)[0]:
+        if station.gone():
+            return
+    serve(sock, root_fd, login_dir_fd, os.path.basename(login_file), station)
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 6:
+    if len(sys.argv) != 7:
         sys.exit(__doc__)
     main(*sys.argv[1:])
