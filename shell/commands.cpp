@@ -16,6 +16,8 @@
 #include "input/jack.h"
 #include "input/keypad.h"
 #include "net/eth.h"
+#include "net/ftp.h"
+#include "net/ip_ping.h"
 #include "net/l2switch.h"
 #include "platform/numbers.h"
 #include "shell/dispatch.h"
@@ -95,7 +97,10 @@ constexpr Command kMfgSubs[] = {
 };
 
 constexpr Command kTolmaSubs[] = {
-    {"regulatory"},
+    {"regulatory",
+     [](CommandLine &l) {
+         return tolma_regulatory(l.word(2), l.word(3), l.word(4), l.word(5));
+     }},
 };
 
 // ---- L2 switch argument checks -------------------------------------------------
@@ -189,14 +194,20 @@ constexpr Command kTable[] = {
     {"setport", [](CommandLine &l) { return setport(l.word(1), l.word(2)); }},
     {"ethled", [](CommandLine &l) { return ethled(l.word(1)); }},
     {"eth", [](CommandLine &l) { return eth(l.word(1), l.word(2)); }},
-    {"ip"},
+    {"ip", [](CommandLine &l) { return ipTest(l.word(1), l.word(2)); }},
     {"key", [](CommandLine &l) { return keyTest(l.word(1)); }},
     {"jackdet", [](CommandLine &l) { return jackTest(l.word(1)); }},
     {"jackkeydet", [](CommandLine &l) { return jackKeyTest(l.word(1)); }},
-    {"ping"},
+    {"ping", [](CommandLine &l) { return pingTest(l.word(1)); }},
     {"led", [](CommandLine &l) { return ledTest(l.word(1)); }},
-    {"send"},
-    {"get"},
+    {"send",
+     [](CommandLine &l) {
+         return ftpSend(l.word(1), l.word(2), l.word(3), l.word(4), l.word(5));
+     }},
+    {"get",
+     [](CommandLine &l) {
+         return ftpGet(l.word(1), l.word(2), l.word(3), l.word(4), l.word(5));
+     }},
     // Only "tolma regulatory" is a command; anything else is no command at all.
     {"tolma", nullptr, kTolmaSubs, kNotValidCommand},
     {"usblist"},

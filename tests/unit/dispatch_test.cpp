@@ -52,7 +52,6 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
         {"mfg wifi start", ""},
         {"tolma", kNot},
         {"tolma foo", kNot},
-        {"tolma regulatory", kNot},
         {"l2foo", kNot},
         {"quitnow", kNot},
     };
