@@ -47,6 +47,8 @@ import signal
 import subprocess
 import sys
 
+from ftsim.phone import Phone
+
 RUN_DIR = "/run/ftsim"
 NETNS_DIR = "/run/netns"
 PHONE_ADDRESS = "10.8.0.10/24"
@@ -238,19 +240,12 @@ def sweep():
             kept = os.path.exists(os.path.join(RUN_DIR, k, "station"))
             if kept or rec is None or not rec.get("phone") or _launcher_alive(rec):
                 continue
-            _remove_station(_Gone(rec.get("phone", "")))
+            _remove_station(Phone(rec["phone"]))
             with contextlib.suppress(FileNotFoundError):
                 os.remove(os.path.join(RUN_DIR, k, "run.json"))
             _tidy(k)
         finally:
             os.close(fd)
-
-
-class _Gone:
-    """A phone known only by its path (its folder may be gone)."""
-
-    def __init__(self, path):
-        self.path = path
 
 
 def current(phone):
