@@ -53,12 +53,13 @@ DEVICES[StationFolder.name] = StationFolder()
 
 
 def _record_path(phone):
-    return os.path.join(runs._dir(phone), "ftp-server.json")
+    return os.path.join(runs.RUN_DIR, runs.key(phone), "ftp-server.json")
 
 
 def _remove_ready(phone):
+    # By path alone: a station may be removed for a phone whose folder is gone.
     with contextlib.suppress(FileNotFoundError):
-        os.remove(phone.p(*READY))
+        os.remove(os.path.join(phone.path, *READY))
 
 
 def start(phone):
@@ -82,6 +83,7 @@ def start(phone):
         os.close(log)
     _children[phone.path] = proc
     rec = {"pid": proc.pid, "start": runs._start_time(proc.pid)}
+    runs._dir(phone)            # the run registry's folder, made if need be
     write_atomically(_record_path(phone), json.dumps(rec).encode())
 
 
