@@ -114,6 +114,15 @@ def test_busy_module_is_tried_ten_times(phone):
     assert module_log(phone).count("delete_module mlan O_NONBLOCK|O_EXCL -> EAGAIN") == 10
 
 
+def read_until(proc, text):
+    """Reads the console's lines until one holds `text`; fails at its end."""
+    while True:
+        line = proc.stdout.readline()
+        assert line, f"the console ended before printing {text!r}"
+        if text in line:
+            return
+
+
 def devices(n):
     """n devices: the first named, with class and type; the rest bare."""
     rows = ["00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60"]
@@ -195,9 +204,7 @@ def test_interrupt_ends_a_scan(phone, tmp_path):
                             stdout=subprocess.PIPE, text=True, bufsize=1)
     proc.stdin.write("bt init\nbt on\nbt scan\n")
     proc.stdin.flush()
-    seen = ""
-    while "Desk-Phone" not in seen:
-        seen += proc.stdout.readline()
+    read_until(proc, "Desk-Phone")
     assert subprocess.run([FTSIM, "interrupt", phone.path]).returncode == 0
     out, _ = proc.communicate("bt off\nquit\n", timeout=30)
     assert out == "BT discovery STOPPED\nft>bt off\nBT state changed: OFF\nft>quit\n" + QUIT
@@ -212,8 +219,7 @@ def test_wlan0_lives_in_the_run_with_the_stored_mac(phone):
     def step(line, last):
         proc.stdin.write(line + "\n")
         proc.stdin.flush()
-        while last not in proc.stdout.readline():
-            pass
+        read_until(proc, last)
         ip = runs.phone_net_popen(SimPhone(phone.path), ["ip", "-br", "link", "show", "wlan0"],
                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         return ip.communicate()[0].split()
