@@ -6,7 +6,7 @@ MAKEFLAGS += --no-print-directory
 
 FUZZ_SECONDS ?= 300
 
-.PHONY: all deps host asan arm fuzz-build fuzz run test test-host test-asan test-arm bench clean
+.PHONY: all deps host asan arm fuzz-build fuzz run station test test-host test-asan test-arm bench clean
 
 all: host asan arm fuzz-build
 
@@ -41,6 +41,15 @@ fuzz: fuzz-build
 run: host
 	@./ftsim new $(PHONE) --force
 	@./ftsim run $(PHONE)
+
+# The reference production flow on a fresh simulated phone.
+STATION_PHONE ?= build/station/phone
+UNIT ?= SN0000001
+UNIT_INDEX ?= 0
+station: host
+	@./ftsim new $(STATION_PHONE) --force
+	@./ftstation run station/plans/production.toml --phone $(STATION_PHONE) \
+		--unit $(UNIT) --unit-index $(UNIT_INDEX) --records build/station/records
 
 # Every suite runs against every build; the run fails if any of them fails.
 test: all

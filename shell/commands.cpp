@@ -15,6 +15,10 @@
 #include "input/hookswitch.h"
 #include "input/jack.h"
 #include "input/keypad.h"
+#include "net/eth.h"
+#include "net/ftp.h"
+#include "net/ip_ping.h"
+#include "net/l2switch.h"
 #include "platform/numbers.h"
 #include "shell/dispatch.h"
 #include "shell/help.h"
@@ -93,7 +97,10 @@ constexpr Command kMfgSubs[] = {
 };
 
 constexpr Command kTolmaSubs[] = {
-    {"regulatory"},
+    {"regulatory",
+     [](CommandLine &l) {
+         return tolma_regulatory(l.word(2), l.word(3), l.word(4), l.word(5));
+     }},
 };
 
 // ---- L2 switch argument checks -------------------------------------------------
@@ -184,17 +191,23 @@ constexpr Command kTable[] = {
     {"mfg", nullptr, kMfgSubs, kMfgOptions},
     {"flash"},
     {"sdram"},
-    {"setport"},
-    {"ethled"},
-    {"eth"},
-    {"ip"},
+    {"setport", [](CommandLine &l) { return setport(l.word(1), l.word(2)); }},
+    {"ethled", [](CommandLine &l) { return ethled(l.word(1)); }},
+    {"eth", [](CommandLine &l) { return eth(l.word(1), l.word(2)); }},
+    {"ip", [](CommandLine &l) { return ipTest(l.word(1), l.word(2)); }},
     {"key", [](CommandLine &l) { return keyTest(l.word(1)); }},
     {"jackdet", [](CommandLine &l) { return jackTest(l.word(1)); }},
     {"jackkeydet", [](CommandLine &l) { return jackKeyTest(l.word(1)); }},
-    {"ping"},
+    {"ping", [](CommandLine &l) { return pingTest(l.word(1)); }},
     {"led", [](CommandLine &l) { return ledTest(l.word(1)); }},
-    {"send"},
-    {"get"},
+    {"send",
+     [](CommandLine &l) {
+         return ftpSend(l.word(1), l.word(2), l.word(3), l.word(4), l.word(5));
+     }},
+    {"get",
+     [](CommandLine &l) {
+         return ftpGet(l.word(1), l.word(2), l.word(3), l.word(4), l.word(5));
+     }},
     // Only "tolma regulatory" is a command; anything else is no command at all.
     {"tolma", nullptr, kTolmaSubs, kNotValidCommand},
     {"usblist"},
@@ -206,32 +219,46 @@ constexpr Command kTable[] = {
     {"cradle", [](CommandLine &l) { return cradleTest(l.word(1)); }},
     {"gencert", [](CommandLine &) { return gen_self_signed_cert(); }},
     {"l2", [](CommandLine &) { printL2Help(); return 0; }},
-    {"l2resetSettings"},
-    {"l2portCntrs", nullptr, {}, nullptr, kPortCntrs},
-    {"l2portResetCntrs", nullptr, {}, nullptr, kPortResetCntrs},
-    {"l2getmac", nullptr, {}, nullptr, kGetMac},
-    {"l2printMacTable"},
-    {"l2getRegValue"},
-    {"l2getPhyRegValue", nullptr, {}, nullptr, kGetPhyReg},
-    {"l2Init", nullptr, {}, nullptr, kInit},
-    {"l2setAutoMDIX", nullptr, {}, nullptr, kSetAutoMdix},
-    {"l2getAutoMDIX", nullptr, {}, nullptr, kGetAutoMdix},
-    {"l2setLinkStatus", nullptr, {}, nullptr, kSetLinkStatus},
-    {"l2getLinkStatus", nullptr, {}, nullptr, kGetLinkStatus},
-    {"l2setLinkMode", nullptr, {}, nullptr, kSetLinkMode},
-    {"l2getLinkMode", nullptr, {}, nullptr, kGetLinkMode},
-    {"l2GetPVID", nullptr, {}, nullptr, kGetPvid},
-    {"l2GetPortPriority", nullptr, {}, nullptr, kGetPortPriority},
-    {"l2GetVlan_mbrCfg", nullptr, {}, nullptr, kGetVlanMbrCfg},
-    {"l2ShowAllRules"},
-    {"l2DelAllRules"},
-    {"l2GetGreenEthernetPort"},
-    {"l2SetGreenEthernetPort", nullptr, {}, nullptr, kSetGreenEthernet},
-    {"l2GetEEEPort", nullptr, {}, nullptr, kGetEee},
-    {"l2SetEEEPort", nullptr, {}, nullptr, kSetEee},
-    {"l2rgmiiDelayExt_set", nullptr, {}, nullptr, kRgmiiDelay},
-    {"l2getSSC"},
-    {"l2setSSC", nullptr, {}, nullptr, kSetSsc},
+    {"l2resetSettings", [](CommandLine &) { return rltkFTResetSettings(); }},
+    {"l2portCntrs", [](CommandLine &l) { return rltkFTportCntrs(l.word(1)); }, {}, nullptr, kPortCntrs},
+    {"l2portResetCntrs", [](CommandLine &l) { return rltkFTportResetCntrs(l.word(1)); }, {}, nullptr,
+     kPortResetCntrs},
+    {"l2getmac", [](CommandLine &l) { return rltkFTGetMac(l.word(1)); }, {}, nullptr, kGetMac},
+    {"l2printMacTable", [](CommandLine &) { return rltkFTPrintMacTable(); }},
+    {"l2getRegValue", [](CommandLine &l) { return rltkFTGetRegValue(l.word(1)); }},
+    {"l2getPhyRegValue", [](CommandLine &l) { return rltkFTGetPhyRegValue(l.word(1), l.word(2)); },
+     {}, nullptr, kGetPhyReg},
+    {"l2Init", [](CommandLine &l) { return rltkFTEarlyInit(l.word(1)); }, {}, nullptr, kInit},
+    {"l2setAutoMDIX", [](CommandLine &l) { return rltkFTsetAutoMDIX(l.word(1), l.word(2)); }, {},
+     nullptr, kSetAutoMdix},
+    {"l2getAutoMDIX", [](CommandLine &l) { return rltkFTgetAutoMDIX(l.word(1)); }, {}, nullptr,
+     kGetAutoMdix},
+    {"l2setLinkStatus", [](CommandLine &l) { return rltkFTsetLinkStatus(l.word(1), l.word(2)); },
+     {}, nullptr, kSetLinkStatus},
+    {"l2getLinkStatus", [](CommandLine &l) { return rltkFTgetLinkStatus(l.word(1)); }, {}, nullptr,
+     kGetLinkStatus},
+    {"l2setLinkMode", [](CommandLine &l) { return rltkFTsetLinkMode(l.word(1), l.word(2)); }, {},
+     nullptr, kSetLinkMode},
+    {"l2getLinkMode", [](CommandLine &l) { return rltkFTgetLinkMode(l.word(1)); }, {}, nullptr,
+     kGetLinkMode},
+    {"l2GetPVID", [](CommandLine &l) { return rltkFTgetPVID(l.word(1)); }, {}, nullptr, kGetPvid},
+    {"l2GetPortPriority", [](CommandLine &l) { return rltkFTgetPortPriority(l.word(1)); }, {},
+     nullptr, kGetPortPriority},
+    {"l2GetVlan_mbrCfg", [](CommandLine &l) { return rltkFTgetVlanMbrCfg(l.word(1)); }, {}, nullptr,
+     kGetVlanMbrCfg},
+    {"l2ShowAllRules", [](CommandLine &) { return rltkFTshowAllRules(); }},
+    {"l2DelAllRules", [](CommandLine &) { return rltkFTdelAllRules(); }},
+    {"l2GetGreenEthernetPort", [](CommandLine &) { return rltkFTGetGreenEthernetPort(); }},
+    {"l2SetGreenEthernetPort", [](CommandLine &l) { return SetGreenEthernetPort(l.word(1)); }, {},
+     nullptr, kSetGreenEthernet},
+    {"l2GetEEEPort", [](CommandLine &l) { return rltkFTGetEEEPort(l.word(1)); }, {}, nullptr, kGetEee},
+    {"l2SetEEEPort", [](CommandLine &l) { return rltkFTSetEEEPort(l.word(1), l.word(2)); }, {},
+     nullptr, kSetEee},
+    {"l2rgmiiDelayExt_set",
+     [](CommandLine &l) { return rltkFTrgmiiDelayExt_set(l.word(1), l.word(2), l.word(3)); }, {},
+     nullptr, kRgmiiDelay},
+    {"l2getSSC", [](CommandLine &) { return rltkFTl2getSSC(); }},
+    {"l2setSSC", [](CommandLine &l) { return rltkFTl2setSSC(l.word(1)); }, {}, nullptr, kSetSsc},
 };
 
 }  // namespace

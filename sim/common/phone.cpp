@@ -1,8 +1,10 @@
 #include "sim/common/phone.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -58,8 +60,11 @@ bool write_atomically(const std::string &rel, const char *data, size_t len) {
         return false;
     }
     std::string dir = path.substr(0, path.rfind('/'));
-    Fd d{::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    if (d.fd >= 0) ::fsync(d.fd);
+    {
+        Fd d{::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+        if (d.fd >= 0) ::fsync(d.fd);
+    }
+    note_change();
     return true;
 }
 
@@ -82,7 +87,21 @@ void append_line(const std::string &rel, const std::string &line) {
     Fd f{::open(phone_path(rel).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644)};
     if (f.fd < 0) return;
     std::string l = line + "\n";
-    write_all(f.fd, l.data(), l.size());
+    if (write_all(f.fd, l.data(), l.size())) note_change();
+}
+
+void note_change() {
+    Fd f{::open(phone_path("run/changes").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)};
+    if (f.fd < 0 || ::flock(f.fd, LOCK_EX) != 0) return;   // closing the file unlocks it
+    char text[24] = {};
+    ssize_t n = ::pread(f.fd, text, sizeof text - 1, 0);
+    unsigned long long count = n > 0 ? std::strtoull(text, nullptr, 10) : 0;
+    int len = std::snprintf(text, sizeof text, "%llu\n", count + 1);
+    // The number only grows, so the new text always covers the old.
+    if (len > 0 && static_cast<size_t>(len) < sizeof text) {
+        ssize_t written = ::pwrite(f.fd, text, static_cast<size_t>(len), 0);
+        (void)written;
+    }
 }
 
 }  // namespace sim

@@ -41,4 +41,9 @@ bool read_key_values(const std::string &rel, size_t max, Row row) {
 // Appends one line (a single write, so concurrent writers never interleave).
 void append_line(const std::string &rel, const std::string &line);
 
+// Adds one to the phone's change counter, run/changes (a decimal number, under
+// flock), which `ftsim view` watches. The two writers above call it after every
+// write; anything else that changes what the phone shows calls it itself.
+void note_change();
+
 }  // namespace sim

@@ -15,6 +15,7 @@ from ftsim.registry import (COMMANDS, DEVICES, FAULTS, HELP, NEW_OPTIONS, SETTIN
 for _mod in sorted(m.name for m in pkgutil.iter_modules(ftsim.__path__)):
     if _mod.startswith("dev_"):
         importlib.import_module("ftsim." + _mod)
+importlib.import_module("ftsim.view")
 
 
 class _Formatter(argparse.RawDescriptionHelpFormatter):
@@ -124,9 +125,10 @@ def setup_fault(parser):
         if args.name == "clear":
             for f in os.listdir(phone.p("faults")):
                 os.remove(phone.p("faults", f))
-            return
-        name = args.name if check is None else f"{args.name}.{check(args.arg)}"
-        open(phone.p("faults", name), "w").close()
+        else:
+            name = args.name if check is None else f"{args.name}.{check(args.arg)}"
+            open(phone.p("faults", name), "w").close()
+        phone.note_change()
     return run
 
 
@@ -142,6 +144,8 @@ def _device_verb(action, what):
             if args.device not in names:
                 raise Usage(f"no device {args.device!r} to {action} (one of: {_names(names)})")
             result = getattr(DEVICES[args.device], action)(phone)
+            if action != "show":
+                phone.note_change()
             if result:
                 print("\n".join(result))
         return run

@@ -1,8 +1,9 @@
 """The maker library's accessories, kept under accessories/: the cradle
 hookswitch and the wired headset's hookswitch (EHS), each with a FIFO that
 carries one byte per event ('0' on hook, '1' off hook) to the library's wait
-call; the Bluetooth handset's cradle and charger; the phone's model and what
-the jack's headset-type call answers."""
+call; the Bluetooth handset's cradle and charger; the phone's model, what
+the jack's headset-type call answers and what `ftsim jack` last plugged in
+("out" while the jack is empty)."""
 import os
 
 from ftsim import inject
@@ -23,14 +24,14 @@ class Accessories:
     def create(self, phone, options):
         os.makedirs(phone.p("accessories"), exist_ok=True)
         for name, value in (("model", b"other"), ("hook", b"0"), ("ehs", b"0"),
-                            ("cradle", b"1"), ("charger", b"off")):
+                            ("cradle", b"1"), ("charger", b"off"), ("jack", b"out")):
             write_atomically(path(phone, name), value)
         for fifo in ("hook.events", "ehs.events"):
             os.mkfifo(path(phone, fifo))
 
     def show(self, phone):
         lines = []
-        for name in ("model", "hook", "ehs", "cradle", "charger", "headset-type"):
+        for name in ("model", "hook", "ehs", "cradle", "charger", "headset-type", "jack"):
             try:
                 with open(path(phone, name)) as f:
                     lines.append(f"{name}={f.read()}")
@@ -73,6 +74,7 @@ def _hook_verb(which, what):
             phone = Phone(args.phone).require()
             # The state holds whether or not a console takes the event.
             write_atomically(path(phone, which), HOOK_STATES[args.state])
+            phone.note_change()
             inject.write_groups(path(phone, which + ".events"), [HOOK_STATES[args.state]],
                                 f"the {what} of {phone.path}", phone)
         return run
@@ -102,4 +104,5 @@ def setup_cradle(parser):
             if state is None or not -2**31 <= state < 2**31:
                 raise UsageError("the cradle is connected, disconnected or a 32-bit number")
         write_atomically(path(phone, "cradle"), str(state).encode())
+        phone.note_change()
     return run

@@ -155,13 +155,14 @@ def set_panel(phone, value):
     if not os.path.isdir(folder) and os.path.isdir(phone.p("unplugged", "panel-timings")):
         folder = phone.p("unplugged", "panel-timings")
     write_timings(folder, *parse_size(value))
+    phone.note_change()
 
 
 SETTINGS["panel"] = ("panel WxH", set_panel)
 HELP["setting", "panel"] = "the device tree's panel size only; the driver keeps its own"
 
 
-def png(width, height, rgb):
+def png(width, height, rgb, level=6):
     def chunk(kind, data):
         return (struct.pack(">I", len(data)) + kind + data +
                 struct.pack(">I", zlib.crc32(kind + data)))
@@ -169,7 +170,21 @@ def png(width, height, rgb):
     raw = b"".join(b"\0" + rgb[y * stride:(y + 1) * stride] for y in range(height))
     return (b"\x89PNG\r\n\x1a\n" +
             chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)) +
-            chunk(b"IDAT", zlib.compress(raw, 6)) + chunk(b"IEND", b""))
+            chunk(b"IDAT", zlib.compress(raw, level)) + chunk(b"IEND", b""))
+
+
+def panel(phone):
+    """(width, height, RGB bytes) of the framebuffer: each word 0x??RRGGBB as
+    that red, green and blue."""
+    xres, yres, _ = geometry(phone)
+    if not xres or not yres:
+        raise UsageError(f"{phone.path}: the phone has no display geometry")
+    words = DEVICES["display"].read(phone)[:xres * yres * 4].ljust(xres * yres * 4, b"\0")
+    rgb = bytearray(xres * yres * 3)
+    rgb[0::3] = words[2::4]   # little-endian words: blue, green, red, unused
+    rgb[1::3] = words[1::4]
+    rgb[2::3] = words[0::4]
+    return xres, yres, bytes(rgb)
 
 
 @register_verb("screenshot", "what the panel shows, as an 8-bit RGB PNG")
@@ -179,14 +194,6 @@ def setup_screenshot(parser):
     parser.add_argument("file", metavar="FILE.png", help="the picture to write")
 
     def run(args):
-        phone = Phone(args.phone).require()
-        xres, yres, _ = geometry(phone)
-        if not xres or not yres:
-            raise UsageError(f"{phone.path}: the phone has no display geometry")
-        words = DEVICES["display"].read(phone)[:xres * yres * 4].ljust(xres * yres * 4, b"\0")
-        rgb = bytearray(xres * yres * 3)
-        rgb[0::3] = words[2::4]   # little-endian words: blue, green, red, unused
-        rgb[1::3] = words[1::4]
-        rgb[2::3] = words[0::4]
-        write_atomically(args.file, png(xres, yres, bytes(rgb)))
+        xres, yres, rgb = panel(Phone(args.phone).require())
+        write_atomically(args.file, png(xres, yres, rgb))
     return run

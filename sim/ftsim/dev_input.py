@@ -22,6 +22,18 @@ DEFAULT_MODEL = "other"
 # The headset's buttons A to D, as the jack's driver reports them.
 JACK_BUTTONS = {"A": 226, "B": 115, "C": 114, "D": 582}
 KEY_VALUES = {"up": 0, "down": 1, "repeat": 2}
+# The desk phone's keypad, as its gpio-keys driver reports it: (label, key),
+# in rows of three for the live view.
+KEYPAD_KEYS = [
+    ("1", "KEY_1"), ("2", "KEY_2"), ("3", "KEY_3"),
+    ("4", "KEY_4"), ("5", "KEY_5"), ("6", "KEY_6"),
+    ("7", "KEY_7"), ("8", "KEY_8"), ("9", "KEY_9"),
+    ("*", "KEY_NUMERIC_STAR"), ("0", "KEY_0"), ("#", "KEY_NUMERIC_POUND"),
+    ("Menu", "KEY_MENU"), ("Up", "KEY_UP"), ("Back", "KEY_BACK"),
+    ("Left", "KEY_LEFT"), ("OK", "KEY_OK"), ("Right", "KEY_RIGHT"),
+    ("Home", "KEY_HOME"), ("Down", "KEY_DOWN"), ("Phone", "KEY_PHONE"),
+    ("Vol -", "KEY_VOLUMEDOWN"), ("Mute", "KEY_MICMUTE"), ("Vol +", "KEY_VOLUMEUP"),
+]
 # What Jack_GetHeadsetType answers for each headset: 3 CTIA, 4 OMTP, "fail".
 HEADSET_TYPES = {"mic": "fail", "ctia": "3", "omtp": "4"}
 
@@ -236,6 +248,8 @@ def setup_jack(parser):
         if args.headset in HEADSET_TYPES:
             write_atomically(phone.p("accessories", "headset-type"),
                              HEADSET_TYPES[args.headset].encode())
+        write_atomically(phone.p("accessories", "jack"), (args.headset or "out").encode())
+        phone.note_change()
         deliver(phone, "event1", [[(EV_SW, SW_HEADPHONE_INSERT, hp),
                                    (EV_SW, SW_MICROPHONE_INSERT, mic),
                                    (EV_SW, SW_JACK_PHYSICAL_INSERT, plug),
@@ -303,6 +317,7 @@ def set_model(phone, model):
     write_atomically(phone.p("accessories", "model"), model.encode())
     node, _, phys = BUILT_IN["jack"]
     describe(phone, node, JACK_NAMES[model], phys)
+    phone.note_change()
 
 
 SETTINGS["model"] = ("model corvine|other", set_model)

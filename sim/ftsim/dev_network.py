@@ -9,7 +9,8 @@ phone's own ethtool (sim/rootfs/system/bin/ethtool):
 - link: yes|no, a cable in the port; gigabit: yes|no, the PHY's 1000BASE-T;
 - partner: the best mode the link partner offers (10half ... 1000full, or none).
 
-Verbs: `show PHONE eth0`, `set PHONE eth0.KEY VALUE`, `station PHONE up|down`,
+Verbs: `show PHONE eth0`, `set PHONE eth0.KEY VALUE`, `station PHONE up|down` (and
+the FTP server's `dir` and `user`, dev_ftp.py),
 `interrupt PHONE`.
 """
 import json
@@ -17,9 +18,10 @@ import os
 import subprocess
 import sys
 
-from ftsim import runs
+from ftsim import dev_ftp, runs
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import DEVICES, HELP, SETTINGS, UsageError, phone_arg, register_verb
+from ftsim.registry import (DEVICES, HELP, RUN_HOOKS, SETTINGS, Usage, UsageError, phone_arg,
+                            register_verb)
 
 PHY_DEFAULTS = {"autoneg": "on", "speed": "any", "duplex": "any", "link": "yes",
                 "gigabit": "yes", "partner": "1000full"}
@@ -80,6 +82,16 @@ DEVICES["eth0"] = Eth0()
 HELP["device", "eth0"] = "the Ethernet PHY, then address=, present= and up= of the running eth0"
 
 
+def boot(phone, build):
+    """A run is a boot: the PHY auto-negotiates again; the cable and partner stay."""
+    phy = read_phy(phone)
+    phy.update({k: PHY_DEFAULTS[k] for k in ("autoneg", "speed", "duplex")})
+    write_phy(phone, phy)
+
+
+RUN_HOOKS.append(boot)
+
+
 def set_phy(key):
     def setting(phone, value):
         if value not in PHY_VALUES[key]:
@@ -97,14 +109,27 @@ HELP["setting", "eth0.gigabit"] = "whether the PHY has 1000BASE-T"
 HELP["setting", "eth0.partner"] = "the best mode the link partner offers"
 
 
-@register_verb("station", "makes the phone's station and keeps it, or removes it")
+@register_verb("station", "makes the phone's station and keeps it between runs, or removes it; "
+                          "the folder its FTP server serves, and the server's login")
 def setup_station(parser):
     phone_arg(parser)
-    parser.add_argument("state", choices=("up", "down"), metavar="up|down",
-                        help="up: made and kept between runs; down: removed whole")
+    parser.add_argument("state", choices=("up", "down", "dir", "user"), metavar="up|down|dir|user",
+                        help="up: make and keep the station; down: remove it whole; dir: print "
+                             "the station folder; user: set the FTP login")
+    parser.add_argument("name", nargs="?", metavar="NAME", help="user only: the FTP user name")
+    parser.add_argument("password", nargs="?", metavar="PASSWORD", help="user only: its password")
 
     def run(args):
+        given = [w for w in (args.name, args.password) if w is not None]
+        if len(given) != (2 if args.state == "user" else 0):
+            raise Usage("user takes NAME and PASSWORD; up, down and dir take nothing more")
         phone = Phone(args.phone).require()
+        if args.state == "dir":
+            print(dev_ftp.station_dir(phone))
+            return 0
+        if args.state == "user":
+            dev_ftp.set_login(phone, args.name, args.password)
+            return 0
         try:
             runs.station_up(phone) if args.state == "up" else runs.station_down(phone)
         except runs.Refused as e:

@@ -69,4 +69,5 @@ def setup_store(parser):
         if len(data) > MAX_VALUE:
             raise UsageError(f"a value holds {MAX_VALUE} characters at most")
         write_atomically(phone.p("store", storage_name(args.name)), data)
+        phone.note_change()
     return run

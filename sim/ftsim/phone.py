@@ -1,4 +1,5 @@
 """A simulated phone: a folder that holds its filesystems, devices and state."""
+import fcntl
 import os
 import shutil
 
@@ -47,6 +48,29 @@ class Phone:
 
     def fault(self, name):
         return os.path.exists(self.p("faults", name))
+
+    def note_change(self):
+        """Adds one to the change counter (run/changes, a decimal number under
+        flock) that `ftsim view` watches; the simulated libraries keep the same one."""
+        fd = os.open(self.p("run", "changes"), os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o644)
+        try:
+            fcntl.flock(fd, fcntl.LOCK_EX)
+            count = self.changes(fd)
+            os.pwrite(fd, f"{count + 1}\n".encode(), 0)
+        finally:
+            os.close(fd)
+
+    def changes(self, fd=None):
+        """The change counter: 0 before the first change."""
+        try:
+            if fd is None:
+                with open(self.p("run", "changes"), "rb") as f:
+                    text = f.read(24)
+            else:
+                text = os.pread(fd, 24, 0)
+            return int(text.split()[0]) if text.split() else 0
+        except (FileNotFoundError, ValueError):
+            return 0
 
 
 def write_atomically(path, data):

@@ -402,7 +402,10 @@ def launch(phone, args):
                 json.dump(rec, f)
             os.replace(tmp, os.path.join(_dir(phone), "run.json"))
             _plug(phone, sandbox)
-        os.write(block_w, b"go")
+        try:
+            os.write(block_w, b"go")
+        except BrokenPipeError:
+            pass            # bubblewrap ended before its child started: it says why
         os.close(block_w)
         block_w = None
         return proc.wait()

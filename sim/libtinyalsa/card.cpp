@@ -37,7 +37,10 @@ bool replace_file(const std::string &rel, const std::string &data) {
         }
     }
     ::close(fd);
-    if (ok && std::rename(tmp.c_str(), path.c_str()) == 0) return true;
+    if (ok && std::rename(tmp.c_str(), path.c_str()) == 0) {
+        sim::note_change();
+        return true;
+    }
     ::unlink(tmp.c_str());
     return false;
 }

@@ -18,7 +18,8 @@ std::string pcm_node(unsigned card, unsigned device);   // e.g. "pcmC1D5p"
 // wraps (their tables are torn down at exit).
 bool fault(const std::string &name);
 
-// Replaces `rel` for readers in one step (no fsync: a mixer is not worth it).
+// Replaces `rel` for readers in one step (no fsync: a mixer is not worth it),
+// then counts a change of the phone.
 bool replace_file(const std::string &rel, const std::string &data);
 
 }  // namespace card

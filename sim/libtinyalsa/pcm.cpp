@@ -160,8 +160,10 @@ struct pcm *pcm_open(unsigned int card, unsigned int device, unsigned int flags,
 int pcm_close(struct pcm *p) {
     if (!p) return 0;
     if (p->wav_fd >= 0) ::close(p->wav_fd);
-    if (p->node_fd >= 0) ::close(p->node_fd);   // lets the next opener in
+    bool held = p->node_fd >= 0;
+    if (held) ::close(p->node_fd);   // lets the next opener in
     delete p;
+    if (held) sim::note_change();    // the stream no longer plays
     return 0;
 }
 

@@ -3,7 +3,8 @@
 // The framebuffer is the phone's dev/fb0, xres * yres * 4 bytes whatever depth
 // the driver reports, so the console's mapping is a real one. The driver's
 // geometry lives in display/fb ("xres=", "yres=", "bpp=" lines), re-read at each
-// ioctl. The panel timings cannot be bound into procfs: their opens go to the
+// ioctl. Each close or unmap of the framebuffer counts a change of the phone,
+// for `ftsim view` to redraw the panel. The panel timings cannot be bound into procfs: their opens go to the
 // phone's device-tree/ copy, which holds 4-byte big-endian cells.
 #include <cerrno>
 #include <cstdlib>
@@ -65,7 +66,7 @@ int fb_ioctl(int, unsigned long request, void *arg) {
 int fb_mmap_check(int) { return sim::fault("fb-mmap") ? fail(ENOMEM) : 0; }
 
 constexpr preload::DeviceNode kDisplay[] = {
-    {"/dev/graphics/fb0", "dev/fb0", 0, fb_ioctl, fb_mmap_check},
+    {"/dev/graphics/fb0", "dev/fb0", 0, fb_ioctl, fb_mmap_check, nullptr, true},
     {"/proc/device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/",
      "device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/", 0, nullptr},
 };

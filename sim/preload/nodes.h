@@ -25,6 +25,10 @@ struct DeviceNode {
     // Asked before `path` (a path under this node) is opened: non-zero refuses
     // the open (errno set), as for a file the phone's image lacks.
     int (*open_check)(const char *path) = nullptr;
+    // A close of a descriptor opened through this node, or an unmap of a mapping
+    // of it, counts a change of the phone (sim::note_change): the framebuffer's
+    // users draw, then close or unmap, so the picture is whole by then.
+    bool release_is_change = false;
 };
 
 // Registers a family of nodes; call it from a static constructor of the device's file.

@@ -50,6 +50,28 @@ void track(int fd, const DeviceNode *node) {
     g_fd_nodes[fd].store(node);
 }
 
+// Mappings of nodes whose release is a change, by address: a program maps its
+// framebuffer once or twice, never more than a handful of times at once.
+constexpr int kMaxMaps = 16;
+std::atomic<void *> g_maps[kMaxMaps];
+
+void remember_map(void *addr) {
+    for (auto &slot : g_maps) {
+        void *empty = nullptr;
+        if (slot.compare_exchange_strong(empty, addr)) return;
+    }
+}
+
+bool forget_map(void *addr) {
+    for (auto &slot : g_maps) {
+        void *expected = addr;
+        if (addr && slot.compare_exchange_strong(expected, nullptr)) return true;
+    }
+    return false;
+}
+
+bool release_is_change(const DeviceNode *node) { return node && node->release_is_change; }
+
 }  // namespace
 
 void add_nodes(const DeviceNode *nodes, size_t count) {
@@ -236,15 +258,21 @@ int access(const char *path, int mode) {
 int close(int fd) {
     using Fn = int (*)(int);
     static Fn real = next<Fn>("close");
+    bool change = preload::release_is_change(preload::node_of(fd));
     preload::track(fd, nullptr);
-    return real(fd);
+    int result = real(fd);
+    if (change) sim::note_change();
+    return result;
 }
 
 int fclose(FILE *f) {
     using Fn = int (*)(FILE *);
     static Fn real = next<Fn>("fclose");
+    bool change = f && preload::release_is_change(preload::node_of(fileno(f)));
     if (f) preload::track(fileno(f), nullptr);
-    return real(f);
+    int result = real(f);
+    if (change) sim::note_change();
+    return result;
 }
 
 int ioctl(int fd, unsigned long request, ...) {
@@ -267,11 +295,22 @@ int ioctl(int fd, unsigned long request, ...) {
             return MAP_FAILED;                                        \
         using Fn = void *(*)(void *, size_t, int, int, int, off_type); \
         static Fn real = next<Fn>(#name);                             \
-        return real(addr, len, prot, flags, fd, off);                 \
+        void *map = real(addr, len, prot, flags, fd, off);            \
+        if (map != MAP_FAILED && preload::release_is_change(node))    \
+            preload::remember_map(map);                               \
+        return map;                                                   \
     }
 
 MMAP_WRAPPER(mmap, off_t)
 MMAP_WRAPPER(mmap64, off64_t)
+
+int munmap(void *addr, size_t len) {
+    using Fn = int (*)(void *, size_t);
+    static Fn real = next<Fn>("munmap");
+    int result = real(addr, len);
+    if (result == 0 && preload::forget_map(addr)) sim::note_change();
+    return result;
+}
 
 // Every command line the console hands to the shell is recorded, one per line.
 int system(const char *cmdline) {
@@ -288,7 +327,10 @@ int system(const char *cmdline) {
     }
     using Fn = int (*)(const char *);
     static Fn real = next<Fn>("system");
-    return real(cmdline);
+    int status = real(cmdline);
+    // The phone's tool stubs record their calls in log/tools as they run.
+    if (cmdline && g_active) sim::note_change();
+    return status;
 }
 
 }  // extern "C"

@@ -55,7 +55,8 @@ def test_dispatcher_families(phone):
     mfg = "Not a valid command option. Please check ft help for mfg command options.\n"
     assert out == startup() + transcript(
         ("mfg wifi start", ""), ("mfg bt anything", ""), ("mfg wifi", mfg),
-        ("tolma regulatory", NOT_VALID), ("l2GetPVID 5", "\nl2portCntrs() FAIL. port not valid ! \n"),
+        ("tolma regulatory", 'invalid server ip ""\nFAIL\n'),
+        ("l2GetPVID 5", "\nl2portCntrs() FAIL. port not valid ! \n"),
         ("bt", "Not a valid command option. Please check ft help for BT command options.\n"),
         ("mfg wifi stop", ""), eof=True)
     assert phone.calls() == startup_calls() + ("/system/bin/wifi_reg_test.sh start\n"

@@ -2,6 +2,7 @@
 with it as one argument, and nothing else runs. Every command that puts operator
 words into a shell line has a row in COMMANDS."""
 import os
+import re
 
 import pytest
 
@@ -11,19 +12,41 @@ from conftest import QUIT, startup, startup_calls, transcript
 NASTY = [";reboot", "$(reboot)", "`reboot`", "it's", '"quoted"', "a*", "back\\slash",
          "x|reboot", "&&reboot", ">/reserved/x", "q" * 80 + "';reboot;'"]
 
-# (command line with {w} where the operator word goes, tool's record with {w})
+# The station refuses these logins: every transfer fails, and the console shows the
+# command line it ran, with the word as the shell was given it.
+FAILED = 'command "{line}" failed, check the input\nFAIL\n'
+LABEL = "/reserved/regulatoryLabels/regulatory_info.png"
+
+# (command line with {w} where the operator word goes, tool's record with {w},
+#  what the console prints, with {q} for the word as quoted on the shell line)
 COMMANDS = [
-    ("warn {w} u p in.wav 1 2 out.wav", "audio_warn.sh <{w}> <u> <p> <in.wav> <1> <2> <out.wav>"),
-    ("warn 10.0.0.1 u p in.wav 1 2 {w}", "audio_warn.sh <10.0.0.1> <u> <p> <in.wav> <1> <2> <{w}>"),
+    ("warn {w} u p in.wav 1 2 out.wav", "audio_warn.sh <{w}> <u> <p> <in.wav> <1> <2> <out.wav>", ""),
+    ("warn 10.0.0.1 u p in.wav 1 2 {w}", "audio_warn.sh <10.0.0.1> <u> <p> <in.wav> <1> <2> <{w}>", ""),
+    ("get {w} p l r 10.8.0.2", "ftpget <-u> <{w}> <-p> <p> <10.8.0.2> <l> <r>",
+     FAILED.format(line="ftpget -u {q} -p p 10.8.0.2 l r")),
+    ("get u {w} l r 10.8.0.2", "ftpget <-u> <u> <-p> <{w}> <10.8.0.2> <l> <r>",
+     FAILED.format(line="ftpget -u u -p {q} 10.8.0.2 l r")),
+    ("send u p {w} r 10.8.0.2", "ftpput <-u> <u> <-p> <p> <10.8.0.2> <r> <{w}>", ""),
+    ("send u p l {w} 10.8.0.2", "ftpput <-u> <u> <-p> <p> <10.8.0.2> <{w}> <l>", ""),
+    ("tolma regulatory u p {w} 10.8.0.2", f"ftpget <-u> <u> <-p> <p> <10.8.0.2> <{LABEL}> <{{w}}>",
+     FAILED.format(line=f"ftpget -u u -p p 10.8.0.2 {LABEL} {{q}}")),
 ]
 
 
-@pytest.mark.parametrize("line,record", COMMANDS, ids=[c[0].split()[0] for c in COMMANDS])
-def test_each_word_is_one_argument(phone, line, record):
+def quoted(word):
+    """A word as the console puts it on a shell line."""
+    if re.fullmatch(r"[A-Za-z0-9._\-/:@%+=,]+", word):
+        return word
+    return "'" + word.replace("'", "'\\''") + "'"
+
+
+@pytest.mark.parametrize("line,record,output", COMMANDS, ids=[c[0].split()[0] for c in COMMANDS])
+def test_each_word_is_one_argument(phone, line, record, output):
     lines = [line.format(w=w) for w in NASTY]
     out, rc = phone.run(*lines, "quit")
     assert rc == 0
-    assert out == startup() + transcript(*[(l, "") for l in lines], ("quit", QUIT))
+    assert out == startup() + transcript(*[(l, output.format(q=quoted(w))) for l, w in zip(lines, NASTY)],
+                                         ("quit", QUIT))
     with open(os.path.join(phone.path, "log", "tools")) as f:
         assert f.read() == "".join(record.format(w=w) + "\n" for w in NASTY)
     # One shell line per command: nothing ran besides the tool.
@@ -31,9 +54,17 @@ def test_each_word_is_one_argument(phone, line, record):
     assert not os.path.exists(os.path.join(phone.path, "reserved", "x"))
 
 
+# Each quote is written as four characters: the lines fit, their shell lines would not.
+TOO_LONG = [
+    ("warn " + " ".join(["'" * 34] * 7), "Command too long (511 characters at most)\n"),
+    ("get " + " ".join(["'" * 15] * 4) + " 10.8.0.2", "Command too long (255 characters at most)\nFAIL\n"),
+    ("send " + " ".join(["'" * 15] * 4) + " 10.8.0.2", "Command too long (255 characters at most)\nFAIL\n"),
+    ("tolma regulatory " + " ".join(["'" * 25] * 3) + " 10.8.0.2",
+     "Command too long (255 characters at most)\nFAIL\n"),
+]
+
+
 def test_a_line_that_does_not_fit_is_refused_whole(phone):
-    # Each quote is written as four characters: the line fits, its shell line would not.
-    line = "warn " + " ".join(["'" * 34] * 7)
-    out, _ = phone.run(line)
-    assert out == startup() + transcript((line, "Command too long (511 characters at most)\n"), eof=True)
+    out, _ = phone.run(*[line for line, _ in TOO_LONG])
+    assert out == startup() + transcript(*TOO_LONG, eof=True)
     assert phone.calls() == startup_calls()

@@ -5,6 +5,7 @@
 #include "shell/dispatch.h"
 #include "tests/unit/fake_eeprom.h"
 #include "tests/unit/fake_shell.h"
+#include "tests/unit/fake_tolma_switch.h"
 
 namespace {
 
@@ -51,7 +52,6 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
         {"mfg wifi start", ""},
         {"tolma", kNot},
         {"tolma foo", kNot},
-        {"tolma regulatory", kNot},
         {"l2foo", kNot},
         {"quitnow", kNot},
     };
@@ -73,52 +73,70 @@ TEST(Dispatch, MfgWifiRunsTheScript) {
     EXPECT_EQ(shell_calls(), expect);
 }
 
-// Words the switch commands refuse before any handler runs; what passes the
-// checks reaches a handler this console does not have yet.
+// Words the switch commands refuse before any handler runs, and the switch
+// call that a word passing the checks reaches (switch port ids, not console ports).
 TEST(Dispatch, SwitchArgumentChecks) {
-    const DispatchCase cases[] = {
-        {"l2portCntrs 3", "\nl2portCntrs() FAIL. port not valid ! \n"},
-        {"l2portCntrs", "\nl2portCntrs() FAIL. port not valid ! \n"},
-        {"l2portCntrs 01", "\nl2portCntrs() FAIL. port not valid ! \n"},
-        {"l2portCntrs 2", kNot},
-        {"l2portResetCntrs 3", "\nl2portResetCntrs() FAIL. port not valid ! \n"},
-        {"l2portResetCntrs all", kNot},
-        {"l2getmac 2", "\nl2getmac() FAIL. port not valid ! \n"},
-        {"l2getRegValue", kNot},
-        {"l2getPhyRegValue 2 5", "\nl2getPhyRegValue() FAIL. port not valid ! \n"},
-        {"l2getPhyRegValue 1 x", kNot},
-        {"l2Init 2", "\nl2Init() FAIL. port not valid ! \n"},
-        {"l2setAutoMDIX 2 1", "\nl2setAutoMDIX() FAIL. port not valid ! \n"},
-        {"l2setAutoMDIX 1 2", "\nl2setAutoMDIX() FAIL. mode not valid ! \n"},
-        {"l2setAutoMDIX 3 3", "\nl2setAutoMDIX() FAIL. port not valid ! \n"},
-        {"l2getAutoMDIX 2", "\nl2getAutoMDIX() FAIL. port not valid ! \n"},
-        {"l2setLinkStatus 1x 1", "\nl2setLinkStatus() FAIL. port not valid ! \n"},
-        {"l2setLinkStatus 2 5", "\nl2setLinkStatus() FAIL. status not valid ! \n"},
-        {"l2setLinkStatus 2 4", kNot},
-        {"l2getLinkStatus 2", "\nl2getLinkStatus() FAIL. port not valid ! \n"},
-        {"l2setLinkMode 3 1", "\nl2setLinkMode() FAIL. port not valid ! \n"},
-        {"l2setLinkMode 2 7", "\nl2setLinkMode() FAIL. status not valid ! \n"},
-        {"l2setLinkMode 2 6", kNot},
-        {"l2getLinkMode 2", "\nl2getLinkMode() FAIL. port not valid ! \n"},
-        {"l2GetPVID 5", "\nl2portCntrs() FAIL. port not valid ! \n"},
-        {"l2GetPortPriority 3", "\nl2GetPortPriority() FAIL. port not valid ! \n"},
-        {"l2GetVlan_mbrCfg", "\nl2GetVlan_mbrCfg() FAIL. parameter not valid ! \n"},
-        {"l2GetVlan_mbrCfg -1", "\nl2GetVlan_mbrCfg() FAIL. parameter not valid ! \n"},
-        {"l2GetVlan_mbrCfg 4096", "\nl2GetVlan_mbrCfg() FAIL. parameter not valid ! \n"},
-        {"l2GetVlan_mbrCfg alls", kNot},         // no digits: reads as 0
-        {"l2GetVlan_mbrCfg 4095", kNot},
-        {"l2GetVlan_mbrCfg all", kNot},
-        {"l2SetGreenEthernetPort 2", "\nl2SetGreenEthernetPort() FAIL. mode not valid !\n"},
-        {"l2GetEEEPort 2", "\nl2GetEEEPort() FAIL. port not valid ! \n"},
-        {"l2SetEEEPort 0 2", "\nl2SetEEEPort() FAIL. mode not valid ! \n"},
-        {"l2rgmiiDelayExt_set 1 0 0",
-         "\nl2rgmiiDelayExt_set() FAIL. port not valid (only cpu_port (2) ) ! \n"},
-        {"l2rgmiiDelayExt_set 2 2 0", "\nl2rgmiiDelayExt_set() FAIL. txDelay not valid ! \n"},
-        {"l2rgmiiDelayExt_set 2 1 9", kNot},
-        {"l2setSSC 2", "\nl2setSSC() FAIL. SSC status not valid ! \n"},
-        {"l2getSSC", kNot},
+    struct Case {
+        const char *line, *out, *call;
     };
-    for (const DispatchCase &c : cases) EXPECT_EQ(run_line(c.line).out, c.out) << c.line;
+    const std::string eio = " ERROR: ret=-1, errno=5 Input/output error\n";
+    const std::string reset = "rltkFTportResetCntrs()" + eio;
+    const std::string ssc = "rltkFTl2getSSC()" + eio;
+    const std::string rgmii =
+        "Setting rgmiiDelayExt on port=2 to (txDelay=1) and (rxDelay=9)\nrltkFTrgmiiDelayExt_set()" + eio;
+    const Case cases[] = {
+        {"l2portCntrs 3", "\nl2portCntrs() FAIL. port not valid ! \n", nullptr},
+        {"l2portCntrs", "\nl2portCntrs() FAIL. port not valid ! \n", nullptr},
+        {"l2portCntrs 01", "\nl2portCntrs() FAIL. port not valid ! \n", nullptr},
+        {"l2portResetCntrs 3", "\nl2portResetCntrs() FAIL. port not valid ! \n", nullptr},
+        {"l2portResetCntrs all", reset.c_str(), "L2Switch_portResetCntrs(1027)"},
+        {"l2getmac 2", "\nl2getmac() FAIL. port not valid ! \n", nullptr},
+        {"l2getmac 1", "rltkFTGetMac() FAIL: L2Switch_GetMacAddr()\n", "L2Switch_GetMacAddr(1024)"},
+        {"l2getRegValue", "rltkFTGetRegValue() FAIL: L2Switch_GetRegValue()\n", "L2Switch_GetRegValue(0)"},
+        {"l2getRegValue 0x091A", "rltkFTGetRegValue() FAIL: L2Switch_GetRegValue()\n",
+         "L2Switch_GetRegValue(2330)"},
+        {"l2getRegValue 91az", "rltkFTGetRegValue() FAIL: L2Switch_GetRegValue()\n",
+         "L2Switch_GetRegValue(2330)"},
+        {"l2getPhyRegValue 2 5", "\nl2getPhyRegValue() FAIL. port not valid ! \n", nullptr},
+        {"l2getPhyRegValue 1 x", "rltkFTGetPhyRegValue() FAIL: L2Switch_GetPhyRegValue()\n",
+         "L2Switch_GetPhyRegValue(2,0)"},
+        {"l2Init 2", "\nl2Init() FAIL. port not valid ! \n", nullptr},
+        {"l2setAutoMDIX 2 1", "\nl2setAutoMDIX() FAIL. port not valid ! \n", nullptr},
+        {"l2setAutoMDIX 1 2", "\nl2setAutoMDIX() FAIL. mode not valid ! \n", nullptr},
+        {"l2setAutoMDIX 3 3", "\nl2setAutoMDIX() FAIL. port not valid ! \n", nullptr},
+        {"l2getAutoMDIX 2", "\nl2getAutoMDIX() FAIL. port not valid ! \n", nullptr},
+        {"l2setLinkStatus 1x 1", "\nl2setLinkStatus() FAIL. port not valid ! \n", nullptr},
+        {"l2setLinkStatus 2 5", "\nl2setLinkStatus() FAIL. status not valid ! \n", nullptr},
+        {"l2setLinkStatus 2 4", "Setting LinkStatus port=1024 to (4)L2SW_LINK_DISABLED\nPASS\n",
+         "L2Switch_SetLinkStatus(1024,4)"},
+        {"l2getLinkStatus 2", "\nl2getLinkStatus() FAIL. port not valid ! \n", nullptr},
+        {"l2setLinkMode 3 1", "\nl2setLinkMode() FAIL. port not valid ! \n", nullptr},
+        {"l2setLinkMode 2 7", "\nl2setLinkMode() FAIL. status not valid ! \n", nullptr},
+        {"l2setLinkMode 2 6", "Setting linkMode to port=1024 to (6)L2SW_LINK_MODE_1000_FULL\nPASS\n",
+         "L2Switch_SetLinkMode(1024,6)"},
+        {"l2getLinkMode 2", "\nl2getLinkMode() FAIL. port not valid ! \n", nullptr},
+        {"l2GetPVID 5", "\nl2portCntrs() FAIL. port not valid ! \n", nullptr},
+        {"l2GetPortPriority 3", "\nl2GetPortPriority() FAIL. port not valid ! \n", nullptr},
+        {"l2GetVlan_mbrCfg", "\nl2GetVlan_mbrCfg() FAIL. parameter not valid ! \n", nullptr},
+        {"l2GetVlan_mbrCfg -1", "\nl2GetVlan_mbrCfg() FAIL. parameter not valid ! \n", nullptr},
+        {"l2GetVlan_mbrCfg 4096", "\nl2GetVlan_mbrCfg() FAIL. parameter not valid ! \n", nullptr},
+        {"l2SetGreenEthernetPort 2", "\nl2SetGreenEthernetPort() FAIL. mode not valid !\n", nullptr},
+        {"l2GetEEEPort 2", "\nl2GetEEEPort() FAIL. port not valid ! \n", nullptr},
+        {"l2SetEEEPort 0 2", "\nl2SetEEEPort() FAIL. mode not valid ! \n", nullptr},
+        {"l2rgmiiDelayExt_set 1 0 0",
+         "\nl2rgmiiDelayExt_set() FAIL. port not valid (only cpu_port (2) ) ! \n", nullptr},
+        {"l2rgmiiDelayExt_set 2 2 0", "\nl2rgmiiDelayExt_set() FAIL. txDelay not valid ! \n", nullptr},
+        {"l2rgmiiDelayExt_set 2 1 9", rgmii.c_str(), "L2Switch_rgmiiDelayExt_set(1024,1,9)"},
+        {"l2setSSC 2", "\nl2setSSC() FAIL. SSC status not valid ! \n", nullptr},
+        {"l2getSSC", ssc.c_str(), "L2Switch_GetSSC()"},
+    };
+    for (const Case &c : cases) {
+        tolma_switch = {};
+        EXPECT_EQ(run_line(c.line).out, c.out) << c.line;
+        std::vector<std::string> calls;
+        if (c.call) calls = {"Net_fd_init()", c.call};
+        EXPECT_EQ(tolma_switch.calls, calls) << c.line;
+    }
 }
 
 }  // namespace

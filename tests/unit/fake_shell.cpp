@@ -8,7 +8,12 @@ std::vector<std::string> &shell_calls() {
     return calls;
 }
 
+int &shell_status() {
+    static int status = 0;
+    return status;
+}
+
 extern "C" int shell_run(const char *cmdline) {
     shell_calls().push_back(cmdline);
-    return 0;
+    return shell_status();
 }

@@ -5,3 +5,5 @@
 
 // Every command line handed to the shell since the last clear().
 std::vector<std::string> &shell_calls();
+// What every call returns (0 unless a test sets it), as system() would.
+int &shell_status();

@@ -1,0 +1,57 @@
+"""The unit's record (JSON) and the run's JUnit report, each written whole or
+not at all: a new file beside the old name, synced, then renamed over it."""
+import json
+import os
+import tempfile
+import xml.etree.ElementTree as ET
+
+
+def write_atomically(path, data):
+    folder = os.path.dirname(os.path.abspath(path))
+    os.makedirs(folder, exist_ok=True)
+    fd, tmp = tempfile.mkstemp(dir=folder, prefix="." + os.path.basename(path), suffix=".tmp")
+    try:
+        with os.fdopen(fd, "wb") as f:
+            f.write(data)
+            f.flush()
+            os.fsync(f.fileno())
+        os.replace(tmp, path)
+    except BaseException:
+        os.unlink(tmp)
+        raise
+    dir_fd = os.open(folder, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        os.fsync(dir_fd)
+    finally:
+        os.close(dir_fd)
+
+
+def write_record(path, record):
+    write_atomically(path, (json.dumps(record, indent=2) + "\n").encode())
+
+
+def write_junit(path, record):
+    steps = record["steps"]
+    suite = ET.Element("testsuite", {
+        "name": record["plan"], "tests": str(len(steps)),
+        "failures": str(sum(s["verdict"] == "FAIL" for s in steps)),
+        "skipped": str(sum(s["verdict"] == "SKIP" for s in steps)),
+        "errors": "0", "time": f"{sum(s['duration'] for s in steps):.3f}",
+        "timestamp": record["start"], "hostname": record["station"]})
+    props = ET.SubElement(suite, "properties")
+    for key in ("serial", "mac", "thumbprint", "station"):
+        ET.SubElement(props, "property", name=key, value=str(record[key] or ""))
+    for n, s in enumerate(steps, 1):
+        case = ET.SubElement(suite, "testcase", classname=f"{record['plan']}.{record['serial']}",
+                             name=f"{n:02d} {s['name']}", time=f"{s['duration']:.3f}")
+        if s["verdict"] == "FAIL":
+            failure = ET.SubElement(case, "failure", message=s["note"] or "failed")
+            failure.text = s["output"]
+        elif s["verdict"] == "SKIP":
+            ET.SubElement(case, "skipped", message=s["note"] or "not run")
+        if s["output"]:
+            ET.SubElement(case, "system-out").text = s["output"]
+    root = ET.Element("testsuites")
+    root.append(suite)
+    ET.indent(root)
+    write_atomically(path, ET.tostring(root, encoding="utf-8", xml_declaration=True) + b"\n")

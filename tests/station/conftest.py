@@ -1,0 +1,28 @@
+"""The station kit against simulated phones and scripted stand-ins."""
+import os
+import subprocess
+import sys
+
+import pytest
+
+REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+FTSIM = os.path.join(REPO, "ftsim")
+FTSTATION = os.path.join(REPO, "ftstation")
+sys.path.insert(0, os.path.join(REPO, "station"))
+
+
+def ftstation(*args, timeout=60):
+    return subprocess.run([FTSTATION, *map(str, args)], capture_output=True, text=True,
+                          timeout=timeout)
+
+
+def new_phone(path, *unplug):
+    subprocess.run([FTSIM, "new", path], check=True, capture_output=True)
+    for device in unplug:
+        subprocess.run([FTSIM, "unplug", path, device], check=True)
+    return str(path)
+
+
+@pytest.fixture
+def phone(tmp_path):
+    return new_phone(str(tmp_path / "phone"))

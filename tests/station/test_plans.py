@@ -1,0 +1,143 @@
+"""The plan runner: exit statuses, the unit's record and the JUnit report, and
+the reference production flow on simulated phones."""
+import glob
+import json
+import os
+import subprocess
+import xml.etree.ElementTree as ET
+
+import pytest
+
+from conftest import FTSTATION, REPO, ftstation, new_phone
+
+PRODUCTION = os.path.join(REPO, "station", "plans", "production.toml")
+
+
+def write_plan(tmp_path, text):
+    path = tmp_path / "plan.toml"
+    path.write_text(text)
+    return str(path)
+
+
+def run_plan(tmp_path, text, *target, unit="SN1"):
+    plan = write_plan(tmp_path, text)
+    r = ftstation("run", plan, "--unit", unit, "--records", tmp_path / "rec",
+                  "--junit", tmp_path / "junit.xml", *target)
+    [record] = glob.glob(str(tmp_path / "rec" / f"{unit}-*.json")) or [None]
+    with open(record) as f:
+        record = json.load(f)
+    junit = ET.parse(tmp_path / "junit.xml").getroot()
+    return r, record, junit
+
+
+STEP = '[[step]]\nname = "{}"\ncommand = "{}"\n'
+
+BAD_PLANS = [
+    # (plan, extra arguments, the one line)
+    ('[[step]]\nname = "a"\ncommand = "info"\nverdict = PASS\n', (),
+     ":4: Invalid value"),
+    (STEP.format("a", "info") + STEP.format("b", "info") + 'timeout = -1\n', (),
+     ":7: step 2: timeout must be above 0"),
+    (STEP.format("a", "info") + 'retries = 2\n', (), ":4: step 1: unknown key 'retries'"),
+    (STEP.format("a", "program write phonesn {serail}"), (),
+     ":3: step 1: unknown placeholder {serail}"),
+    (STEP.format("a", "info") + "match = 'MAC = ([0-9'\n", (),
+     ":4: step 1: match: bad regular expression"),
+    (STEP.format("a", "info") + 'action = { sim = "press KEY_1" }\n', (),
+     ":4: step 1: an action needs the operator's prompt"),
+    ('[[step]]\nname = "a"\n', (), ":1: step 1: has neither a command nor an action"),
+    (STEP.format("a", "production 1") + "ends_console = true\n" + STEP.format("b", "info"), (),
+     ":5: step 2: comes after a step that ends the console"),
+    (STEP.format("a", "program write ethaddr {mac}"), (),
+     ":3: step 1: {mac} has no value: the plan has no [mac] block"),
+    ('[mac]\nfirst = "00:00:00:00:00:FE"\nlast = "00:00:00:00:01:00"\n'
+     + STEP.format("a", "program write ethaddr {mac}"), ("--unit-index", "3"),
+     ":3: unit index 3 gives MAC 00:00:00:00:01:01, past the block's last 00:00:00:00:01:00"),
+    ("", (), ":1: the plan has no [[step]]"),
+]
+
+
+@pytest.mark.parametrize("text, extra, line", BAD_PLANS)
+def test_a_bad_plan_is_one_line_and_status_2(tmp_path, text, extra, line):
+    plan = write_plan(tmp_path, text)
+    r = ftstation("run", plan, "--unit", "SN1", *extra, "--", "/bin/false")
+    assert (r.returncode, r.stdout, r.stderr.count("\n")) == (2, "", 1)
+    assert r.stderr.startswith(f"ftstation: {plan}{line}"), r.stderr
+
+
+FAILING = (STEP.format("write", "program write nosuch 1") + "stop_on_failure = {}\n"
+           + STEP.format("read back", "program read phonesn")
+           + "output = 'SN_UNIT = \"<NOT Initialized>\"'\n")
+
+
+@pytest.mark.parametrize("stops, second", [("true", "SKIP"), ("false", "PASS")])
+def test_a_failing_step_stops_the_run_or_not(tmp_path, phone, stops, second):
+    r, record, junit = run_plan(tmp_path, FAILING.format(stops), "--phone", phone)
+    assert r.returncode == 1
+    assert [(s["name"], s["verdict"]) for s in record["steps"]] == [("write", "FAIL"),
+                                                                   ("read back", second)]
+    assert record["steps"][0]["output"] == "FAIL" and record["result"] == "FAIL"
+    [failure] = junit.iter("failure")
+    assert (failure.get("message"), failure.text) == ("verdict FAIL, wanted PASS", "FAIL")
+    assert len(list(junit.iter("skipped"))) == (second == "SKIP")
+    assert r.stdout.splitlines()[0].startswith("[1/2] write ")
+
+
+def test_a_console_that_dies_mid_plan(tmp_path, phone):
+    text = (STEP.format("commit", "program commit") + STEP.format("quit", "quit")
+            + STEP.format("info", "info"))
+    r, record, _ = run_plan(tmp_path, text, "--phone", phone)
+    assert r.returncode == 1
+    assert "[2/3] quit" in r.stdout and "the console ended (exit status 0)" in r.stdout
+    assert [s["verdict"] for s in record["steps"]] == ["PASS", "FAIL", "SKIP"]
+    assert record["steps"][2]["note"] == "not run: step 2 (quit) failed"
+
+
+def test_a_timeout_names_the_step_and_keeps_the_tail(tmp_path):
+    stand_in = "printf 'ft>'; read l; echo 'ping 10.0.0.1'; echo 'still pinging'; sleep 60"
+    text = STEP.format("ping", "ping 10.0.0.1") + "timeout = 0.5\n" + STEP.format("next", "info")
+    r, record, junit = run_plan(tmp_path, text, "--", "/bin/sh", "-c", stand_in)
+    assert r.returncode == 1
+    first = record["steps"][0]
+    assert first["note"] == "no reply to 'ping 10.0.0.1' within 0.5 s"
+    assert first["output"].endswith("--- the console's last output ---\nft>ping 10.0.0.1\n"
+                                    "ping 10.0.0.1\nstill pinging")
+    assert record["steps"][1]["verdict"] == "SKIP"
+    assert first["duration"] < 5
+
+
+def test_the_production_flow(tmp_path):
+    """A fresh phone goes to production mode; with its display unplugged the
+    LCD steps fail, the rest still run, and the phone stays in factory mode."""
+    runs = {}
+    for name, unplug in (("fresh", ()), ("nodisplay", ("display",))):
+        phone = new_phone(str(tmp_path / name), *unplug)
+        runs[name] = (phone, subprocess.Popen(
+            [FTSTATION, "run", PRODUCTION, "--phone", phone, "--unit", f"SN-{name}",
+             "--unit-index", "5", "--station", "line-3", "--records", str(tmp_path / "rec")],
+            stdout=subprocess.PIPE, text=True))
+    results = {name: (p.communicate(timeout=120)[0], p.returncode) for name, (_, p) in runs.items()}
+    records = {}
+    for name in runs:
+        [path] = glob.glob(str(tmp_path / "rec" / f"SN-{name}-*.json"))
+        with open(path) as f:
+            records[name] = json.load(f)
+
+    out, status = results["fresh"]
+    fresh = records["fresh"]
+    assert status == 0, out
+    assert out.endswith("result: PASS\n") and f"record: {tmp_path}/rec/SN-fresh-" in out
+    assert (fresh["serial"], fresh["mac"], fresh["station"]) == ("SN-fresh", "00:1B:4F:10:00:05",
+                                                                 "line-3")
+    assert len(fresh["thumbprint"]) == 95 and fresh["start"] <= fresh["end"]
+    assert {s["verdict"] for s in fresh["steps"]} == {"PASS"}
+    store = subprocess.run([os.path.join(REPO, "ftsim"), "store", runs["fresh"][0]],
+                           capture_output=True, text=True).stdout
+    assert "OPERATIONAL_MODE=1\nETHERADD=00:1B:4F:10:00:05\n" in store
+
+    out, status = results["nodisplay"]
+    verdicts = {s["name"]: s["verdict"] for s in records["nodisplay"]["steps"]}
+    assert status == 1, out
+    assert {n for n, v in verdicts.items() if v != "PASS"} == {
+        n for n in verdicts if n.startswith("LCD ")} | {"production mode"}
+    assert verdicts["production mode"] == "SKIP"

@@ -1,0 +1,183 @@
+"""`ftsim view`: the live page in headless Chromium, next to a console that a
+pipe drives, and the server's refusals."""
+import http.client
+import json
+import os
+import signal
+import struct
+import subprocess
+import sys
+import time
+import zlib
+
+import pytest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "e2e"))
+from conftest import FTSIM, REPO, Phone, ftsim  # noqa: E402
+from test_input import Console  # noqa: E402
+
+SHOTS = os.path.join(REPO, "build", "view")
+GUARD = 20           # seconds: only a broken page waits this long
+IDLE_SECONDS = 10    # the idle window the CPU use is measured over
+
+
+@pytest.fixture
+def phone(tmp_path):
+    path = str(tmp_path / "phone")
+    assert ftsim("new", path, "--screen", "64x48").returncode == 0
+    return Phone(path)
+
+
+@pytest.fixture
+def view(phone):
+    proc = subprocess.Popen([FTSIM, "view", phone.path, "--port", "0"], stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True)
+    url = proc.stdout.readline().strip()
+    assert url.startswith("http://127.0.0.1:"), proc.stderr.read()
+    yield proc, url
+    proc.send_signal(signal.SIGINT)        # as Ctrl+C ends it
+    assert proc.wait(GUARD) == 0
+
+
+@pytest.fixture(scope="module")
+def browser():
+    try:
+        from selenium import webdriver
+        from selenium.webdriver.chrome.service import Service
+        options = webdriver.ChromeOptions()
+        options.binary_location = "/usr/bin/chromium"
+        for arg in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1000",
+                    "--force-device-scale-factor=1"):
+            options.add_argument(arg)
+        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    except Exception as e:   # noqa: BLE001 -- whatever stops Chromium, the reason is printed
+        pytest.skip(f"headless Chromium cannot start: {e}")
+    yield driver
+    driver.quit()
+
+
+def until(what, check):
+    deadline = time.monotonic() + GUARD
+    while not check():
+        assert time.monotonic() < deadline, f"the page never showed {what}"
+        time.sleep(0.05)
+
+
+def rgb_pixels(png):
+    """Every pixel of an 8-bit RGB or RGBA PNG (a browser's screenshot), as RGB."""
+    width, height, _, kind = struct.unpack(">IIBB", png[16:26])
+    data, pos = b"", 8
+    while pos < len(png):
+        size, chunk = struct.unpack(">I4s", png[pos:pos + 8])
+        if chunk == b"IDAT":
+            data += png[pos + 8:pos + 8 + size]
+        pos += 12 + size
+    raw, bpp = zlib.decompress(data), 4 if kind == 6 else 3
+    stride, prev, pixels = width * bpp, bytearray(width * bpp), []
+    for y in range(height):
+        kind_of_row, row = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
+        for i in range(stride):
+            a, b = row[i - bpp] if i >= bpp else 0, prev[i]
+            c = prev[i - bpp] if i >= bpp else 0
+            p = a + b - c
+            guess = a if abs(p - a) <= abs(p - b) and abs(p - a) <= abs(p - c) else \
+                b if abs(p - b) <= abs(p - c) else c
+            row[i] = (row[i] + (0, a, b, (a + b) // 2, guess)[kind_of_row]) & 255
+        pixels += [tuple(row[x * bpp:x * bpp + 3]) for x in range(width)]
+        prev = row
+    return pixels
+
+
+def panel_is(driver, colour, name):
+    def check():
+        shot = driver.find_element("id", "panel").screenshot_as_png
+        with open(os.path.join(SHOTS, name + ".png"), "wb") as f:
+            f.write(shot)
+        return all(max(abs(p - c) for p, c in zip(px, colour)) <= 2 for px in rgb_pixels(shot))
+    until(f"a {colour} panel", check)
+
+
+def test_page_follows_the_console(phone, view, browser):
+    os.makedirs(SHOTS, exist_ok=True)
+    browser.get(view[1])
+    text = lambda i: browser.find_element("id", i).text  # noqa: E731
+    until("no console", lambda: text("console") == "no console")
+
+    c = Console(phone)
+    until("the console", lambda: text("console").startswith("console running"))
+    c.line("rawbacklight 255", "Valid brightness values are: [0 - 255]\nPASS\n")
+    until("the backlight's level", lambda: "level 255 of 255" in text("backlight"))
+    panel_is(browser, (0, 0, 0), "blank")               # so the fill must redraw it itself
+    c.line("lcd fill 1", "PASS\n")
+    panel_is(browser, (255, 0, 0), "red")
+    c.line("backlight off", "PASS\n")
+    panel_is(browser, (0, 0, 0), "backlight-off")
+    c.line("backlight on", "PASS\n")
+    c.line("rawbacklight 100", "Valid brightness values are: [0 - 255]\nPASS\n")
+    panel_is(browser, (100, 0, 0), "dimmed")            # 255 * 100 / 255
+
+    c.line("key 1", "Start keypad test\n")
+    browser.find_element("css selector", "button[data-key=KEY_5]").click()
+    c.expect("\nKeyCode[0006] value[1]\nKeyCode[0006] value[0]\n")
+    c.line("jackdet 1", "Start jackdet test\n")
+    from selenium.webdriver.support.ui import Select
+    Select(browser.find_element("id", "jack")).select_by_visible_text("CTIA")
+    c.expect("\nJACK = CTIA\n")
+    until("the jack's plug", lambda: "CTIA" in text("state").upper())
+    c.quit()
+    until("the console's end", lambda: text("console") == "no console")
+
+
+def test_idle_page_costs_no_cpu(phone, view, browser):
+    """Nothing changes: the page stays open and `view` all but sleeps."""
+    browser.get(view[1])
+    until("the panel", lambda: browser.find_element("id", "panel").get_attribute("src"))
+    time.sleep(1)
+
+    def cpu_seconds():
+        with open(f"/proc/{view[0].pid}/stat") as f:
+            fields = f.read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    before = cpu_seconds()
+    time.sleep(IDLE_SECONDS)
+    assert cpu_seconds() - before < 0.01 * IDLE_SECONDS
+
+
+def request(url, method, path, host=None, token=None, body=b""):
+    port = int(url.rsplit(":", 1)[1].strip("/"))
+    conn = http.client.HTTPConnection("127.0.0.1", port, timeout=GUARD)
+    headers = {"Host": host or f"127.0.0.1:{port}", "Content-Type": "application/json"}
+    if token:
+        headers["X-View-Token"] = token
+    conn.request(method, path, body=body, headers=headers)
+    r = conn.getresponse()
+    return r.status, r.read()
+
+
+def test_foreign_hosts_and_missing_tokens_are_refused(phone, view):
+    url = view[1]
+    _, page = request(url, "GET", "/")
+    token = json.loads(page.split(b"const CONFIG = ", 1)[1].split(b";\n", 1)[0])["token"]
+    hook = json.dumps(["hook", "off"]).encode()
+    for method, path, host, tok, status in [
+        ("GET", "/", "evil.example:80", None, 403),
+        ("GET", "/state", "attacker.test", None, 403),
+        ("POST", "/action", None, None, 403),
+        ("POST", "/action", None, "not-the-token", 403),
+        ("POST", "/action", "rebound.example", token, 403),
+        ("POST", "/action", f"localhost{url.rsplit(':', 1)[1].strip('/')}", token, 403),
+    ]:
+        assert request(url, method, path, host, tok, hook if method == "POST" else b"")[0] == status
+    assert phone.show("accessories").splitlines()[1] == "hook=0"
+    # The same request with the token and the page's own host goes through.
+    port = url.rsplit(":", 1)[1].strip("/")
+    status, answer = request(url, "POST", "/action", f"localhost:{port}", token, hook)
+    assert (status, phone.show("accessories").splitlines()[1]) == (409, "hook=1"), answer
+    assert b"no console is reading" in answer
+    assert request(url, "POST", "/action", None, token, b'["run","x"]')[0] == 400
+
+
+def test_refuses_what_is_not_a_phone(tmp_path):
+    r = ftsim("view", tmp_path / "nothing", "--port", "0")
+    assert (r.returncode, r.stdout, r.stderr.count("\n")) == (2, "", 1)
+    assert r.stderr.endswith(": not a phone (make one with: ftsim new PHONE)\n")
