@@ -25,6 +25,7 @@ import json, shlex, subprocess, sys
 import pexpect
 ftsim, phone, steps = sys.argv[1], sys.argv[2], json.loads(sys.argv[3])
 c = pexpect.spawn(ftsim, ["run", phone], timeout=30, dimensions=(24, 1000))
+c.delaybeforesend = None
 c.expect_exact("ft>")
 for command, sim, ends, interrupt_after in steps:
     if command:

@@ -139,6 +139,17 @@ void line_unlocked(int x0, int y0, int x1, int y1, unsigned color) {
     }
 }
 
+// Every pixel we draw lies inside the mapping: a geometry whose 32-bit words
+// overflow the size field, or outrun the memory the driver has, is refused. A
+// driver that keeps its fixed information to itself is taken at its word.
+bool fits_driver_memory(int fd, const fb_var_screeninfo &info) {
+    uint64_t bytes = uint64_t{info.xres} * info.yres * 4;
+    if (bytes > UINT32_MAX) return false;
+    fb_fix_screeninfo fixed{};
+    if (ioctl(fd, FBIOGET_FSCREENINFO, &fixed) != 0) return true;
+    return bytes <= fixed.smem_len;
+}
+
 }  // namespace
 
 int init_framebuffer() {
@@ -161,15 +172,20 @@ int init_framebuffer() {
         if (info.bits_per_pixel != kBitsPerPixel)
             fb_log(131, op, "unsupported bpp (%u), should be (%u)\n", info.bits_per_pixel,
                    kBitsPerPixel);
-        c.xres = info.xres;
-        c.yres = info.yres;
-        c.size = info.xres * info.yres * 4;
-        c.bpp = info.bits_per_pixel;
-        info.xoffset = 0;
-        info.yoffset = 0;
-        if (ioctl(c.fd, FBIOPAN_DISPLAY, &info) == -1) {
-            fb_log(146, op, "ioctl FBIOPAN_DISPLAY failed, errno=%d\n", errno);
+        if (!fits_driver_memory(c.fd, info)) {
+            // Left at size 0: every later open fails as after a failed start-up.
             result = -1;
+        } else {
+            c.xres = info.xres;
+            c.yres = info.yres;
+            c.size = info.xres * info.yres * 4;
+            c.bpp = info.bits_per_pixel;
+            info.xoffset = 0;
+            info.yoffset = 0;
+            if (ioctl(c.fd, FBIOPAN_DISPLAY, &info) == -1) {
+                fb_log(146, op, "ioctl FBIOPAN_DISPLAY failed, errno=%d\n", errno);
+                result = -1;
+            }
         }
     }
     close(c.fd);
@@ -217,7 +233,8 @@ int get_resolution(const char *path, uint32_t *out) {
         fb_log(247, op, "Failed to open %s", path);
         return -1;
     }
-    if (TEMP_FAILURE_RETRY(read(fd.get(), out, sizeof *out)) < 0) {
+    // A cell is 4 bytes: a shorter property is no size at all.
+    if (TEMP_FAILURE_RETRY(read(fd.get(), out, sizeof *out)) != static_cast<ssize_t>(sizeof *out)) {
         fb_log(239, op, "Failed to read %s", path);
         return -1;
     }

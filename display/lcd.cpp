@@ -9,6 +9,7 @@
 #include "display/digit_images.h"
 #include "display/drvfb.h"
 #include "platform/numbers.h"
+#include "platform/stdout_lock.h"
 
 namespace {
 
@@ -25,8 +26,12 @@ int verdict(int result) {
 // The common frame of a pattern: open, learn the size, draw, close, verdict.
 // The size stays unsigned: halves and last rows are worked out on the panel's
 // own numbers and only the results become coordinates.
+// A panel size the device tree lacks is logged without a line end, and the
+// verdict (or the next log line) ends that line: standard output is held for
+// the whole pattern, so no event line lands inside it.
 template <typename Draw>
 int draw_pattern(Draw draw) {
+    StdoutLock hold;
     uint32_t w = 0, h = 0;
     int result = open_framebuffer();
     result |= get_display_size(&w, &h);
@@ -85,6 +90,8 @@ int lcd_half_filled() {
 
 int lcd_fl(const char *bars_word, const char *word1, const char *word2) {
     // The bar count is checked against the panel, so the size comes first.
+    // Held to the end, as in draw_pattern.
+    StdoutLock hold;
     uint32_t w = 0, h = 0;
     int result = get_display_size(&w, &h);
     int bars = parse_int(bars_word);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include "factory/error_report.h"
 #include "platform/eeprom.h"
 #include "platform/shell.h"
+#include "platform/unique_fd.h"
 
 namespace {
 
@@ -21,6 +23,7 @@ constexpr char kSource[] = "files/src/fact_device_key";
 #define REPORT(...) REPORT_ERROR(kSource, __VA_ARGS__)
 #define REPORT_SEED(...) REPORT_ERROR_AS(kSource, "gen_factory_seed", __VA_ARGS__)
 
+constexpr char kSeedFolder[] = "/reserved/cp/certs";
 constexpr char kRemoveSeed[] = "rm -f /reserved/cp/certs/factorySeed";
 constexpr int kEtherAddIndex = 1;
 constexpr size_t kStoredMacLength = 17;    // 00:11:22:33:44:55
@@ -39,6 +42,11 @@ bool is_stored_mac(const char *s) {
         if (!ok) return false;
     }
     return true;
+}
+
+bool sync_folder(const char *path) {
+    UniqueFd folder(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder && fsync(folder.get()) == 0;
 }
 
 // Opens, restricts to the owner, writes and closes the seed file: steps of
@@ -61,7 +69,12 @@ int store_seed(const unsigned char *seed, size_t len) {
             REPORT_SEED("Unable to write in /reserved/cp/certs/factorySeed: errno : %d\n", errno);
             failed = true;
         }
-        sync();
+        // On storage before the key is derived from it: stdio's buffer, the
+        // file, then the folder that names it.
+        if (std::fflush(f) != 0 || fsync(fileno(f)) != 0 || !sync_folder(kSeedFolder)) {
+            REPORT_SEED("Unable to write in /reserved/cp/certs/factorySeed: errno : %d\n", errno);
+            failed = true;
+        }
     }
     if (std::fclose(f) != 0) {
         REPORT_SEED("Failed to close the file /reserved/cp/certs/factorySeed: errno : %d\n", errno);

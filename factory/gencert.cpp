@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <openssl/crypto.h>
 
@@ -13,6 +15,7 @@
 #include "factory/params.h"
 #include "platform/eeprom.h"
 #include "platform/shell.h"
+#include "platform/unique_fd.h"
 
 namespace {
 
@@ -71,6 +74,16 @@ bool remove_if_present(const char *path) {
     if (remove_file(path)) return true;
     REPORT("Unable to remove%s: errno : %d\n", path, errno);
     return false;
+}
+
+// The bundle the export just wrote: there, not empty, and on storage before the
+// station is told about it. The export's exit status is not ours to read.
+bool bundle_made() {
+    struct stat st;
+    if (stat(kP12Path, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size <= 0) return false;
+    UniqueFd bundle(open(kP12Path, O_RDONLY | O_CLOEXEC));
+    UniqueFd folder(open(kCertsDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return bundle && folder && fsync(bundle.get()) == 0 && fsync(folder.get()) == 0;
 }
 
 // The fingerprint file's `size` bytes, and the text after its first '='.
@@ -157,6 +170,14 @@ Outcome make_identity() {
         return Outcome::kFailed;
     }
 
+    // The check after the export must see this run's bundle, never an earlier
+    // one: a bundle the removal left (its command ran but failed) stops the run.
+    if (!remove_if_present(kP12Path)) return Outcome::kFailed;
+    if (exists(kP12Path)) {
+        REPORT("Unable to remove%s: errno : %d\n", kP12Path, EEXIST);
+        return Outcome::kFailed;
+    }
+
     // The key's own line feed ends the command line: the password is its 44
     // Base64 characters. The command holds the key, so it is wiped after use.
     bool exported = run_formatted(
@@ -165,7 +186,7 @@ Outcome make_identity() {
                       "openssl pkcs12 -export -in %s -inkey %s -out %s -password pass:%s",
                       kCertPath, kKeyPath, kP12Path, key.get()));
     OPENSSL_cleanse(cmd, sizeof cmd);
-    if (!exported) {
+    if (!exported || !bundle_made()) {
         REPORT("Unable to generate PKCS12\n");
         return Outcome::kFailed;
     }
@@ -199,6 +220,17 @@ int clean_up(bool succeeded) {
     if (succeeded) return 0;
     for (const char *path : kIdentity) remove_if_present(path);
     return -1;
+}
+
+// A unit marked DES-capable by an earlier run is no longer once a run fails:
+// its bundle is gone, or its new seed no longer opens the old one. A unit
+// never marked stays unmarked.
+void withdraw_des_support() {
+    char des_support[2] = {};
+    if (eeprom_read(kDesSupportIndex, des_support, sizeof des_support) >= 0 &&
+        des_support[0] == '\0')
+        return;
+    if (eeprom_write(kDesSupportIndex, "0") < 0) REPORT("Unable to update CONFIGDATA_DES_SUPPORT\n");
 }
 
 }  // namespace
@@ -259,11 +291,16 @@ int gen_self_signed_cert() {
     switch (make_identity()) {
     case Outcome::kNoDeviceKey:
         // The new seed may stay; the next run removes it before making another.
+        withdraw_des_support();
         return -1;
     case Outcome::kFailed:
-        return clean_up(false);
+        clean_up(false);
+        withdraw_des_support();
+        return -1;
     case Outcome::kDone:
         break;
     }
-    return clean_up(true);
+    if (clean_up(true) == 0) return 0;
+    withdraw_des_support();
+    return -1;
 }

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <csignal>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -92,4 +93,17 @@ int stopEventReader(std::atomic<int> &fd, pthread_t thread, int stop_signal, con
     }
     fd.store(-1);
     return 0;
+}
+
+void pauseReader(int stop_signal, const std::atomic<bool> &stop) {
+    sigset_t block, waiting;
+    sigemptyset(&block);
+    if (stop_signal) sigaddset(&block, stop_signal);
+    pthread_sigmask(SIG_BLOCK, &block, &waiting);
+    if (!stop.load()) {
+        if (stop_signal) sigdelset(&waiting, stop_signal);
+        timespec second = {1, 0};
+        ppoll(nullptr, 0, &second, &waiting);
+    }
+    pthread_sigmask(SIG_UNBLOCK, &block, nullptr);
 }

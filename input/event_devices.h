@@ -27,8 +27,17 @@ bool queryEventId(int fd, unsigned long request_for_79, char (&id)[kEventIdSize]
 // exactly "0" or "1".
 int readModeWord(const char *word);
 
-// What one read of a reader's device gave.
-enum class EventRead { kRecord, kNotOpen, kCutShort };
+// What one read of a reader's device gave: a record, no device, a read that a
+// signal broke off (no error), or one cut short otherwise (an error, or fewer
+// bytes than a record).
+enum class EventRead { kRecord, kNotOpen, kInterrupted, kCutShort };
+
+// The pause after a read or wait that failed: up to 1 s, so a device that
+// vanished costs a line a second rather than a core. Nothing when `stop` is
+// set. `stop_signal` (0: none) ends the pause at once; it is blocked while the
+// flag is looked at and let in only inside the wait, so a stop sent in between
+// is never slept through.
+void pauseReader(int stop_signal, const std::atomic<bool> &stop);
 
 // Starts `entry` on a thread of its own (default attributes) with
 // `stop_signal` blocked: the thread unblocks it once its handler is in place

@@ -33,7 +33,11 @@ const char *hookStateName(int state) { return state == 0 ? "ON HOOK" : "OFF HOOK
 void *trackHook(HookReader &r) {
     while (!r.stop.load()) {
         int state = r.wait();
-        if (state == -1) continue;
+        if (state == -1) {
+            // Not signalled at quit: the pause only has to end with the process.
+            pauseReader(0, r.stop);
+            continue;
+        }
         if (!r.reporting.load()) continue;
         const char *fresh = r.line_start.exchange(false) ? "\n" : "";
         std::printf("%s%s event: [%s]\n", fresh, r.event_line, hookStateName(state));

@@ -52,7 +52,8 @@ EventRead readJackEvent(InputEvent &ev) {
         errno = 0;
         ssize_t n = read(fd, &ev, sizeof ev);
         if (n < static_cast<ssize_t>(sizeof ev)) {
-            if (errno != EINTR && !g_jack.stop.load())
+            if (errno == EINTR) return EventRead::kInterrupted;
+            if (!g_jack.stop.load())
                 std::printf("readJackEvent(): some error or short read - number of bytes = [%d], "
                             "errno = [%d]\n",
                             static_cast<int>(n), errno);
@@ -73,7 +74,9 @@ void *jackTrackThread(void *) {
     }
     while (!g_jack.stop.load()) {
         InputEvent ev;
-        if (readJackEvent(ev) == EventRead::kRecord) g_jack.tracker.handle(ev, g_jack.reporting);
+        EventRead r = readJackEvent(ev);
+        if (r == EventRead::kCutShort) pauseReader(kStopSignal, g_jack.stop);
+        if (r == EventRead::kRecord) g_jack.tracker.handle(ev, g_jack.reporting);
     }
     return readerExit(0);
 }

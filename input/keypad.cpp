@@ -55,7 +55,8 @@ EventRead readKeyEvent(InputEvent &ev) {
         errno = 0;
         ssize_t n = read(fd, &ev, sizeof ev);
         if (n < static_cast<ssize_t>(sizeof ev)) {
-            if (errno != EINTR && !g_key.stop.load())
+            if (errno == EINTR) return EventRead::kInterrupted;
+            if (!g_key.stop.load())
                 std::printf("readKeyEvent(): some error or short read - number of bytes = [%d], "
                             "errno = [%d]\n",
                             static_cast<int>(n), errno);
@@ -76,7 +77,9 @@ void *keyTrackThread(void *) {
     }
     while (!g_key.stop.load()) {
         InputEvent ev;
-        if (readKeyEvent(ev) != EventRead::kRecord) continue;
+        EventRead r = readKeyEvent(ev);
+        if (r == EventRead::kCutShort) pauseReader(kStopSignal, g_key.stop);
+        if (r != EventRead::kRecord) continue;
         if (!g_key.reporting.load()) continue;
         // The fresh-line line end and the event line go out in one call: a
         // console line printed meanwhile never splits them.

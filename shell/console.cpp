@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <readline/history.h>
-#include <readline/readline.h>
-#include <unistd.h>
 
 #include "audio/mixer_paths.h"
 #include "display/drvfb.h"
@@ -13,6 +11,7 @@
 #include "input/jack.h"
 #include "input/keypad.h"
 #include "shell/dispatch.h"
+#include "shell/line_input.h"
 #include "shell/watchdog.h"
 #include "shell/words.h"
 #include "wireless/bluetooth.h"
@@ -47,19 +46,6 @@ struct EditorLine {
     ~EditorLine() { std::free(text); }
 };
 
-void set_up_line_editor() {
-    // A tab is part of a word, never a completion request.
-    rl_bind_key('\t', rl_insert);
-    // Stations read the screen and the pipe as plain text: no paste brackets.
-    rl_variable_bind("enable-bracketed-paste", "off");
-    // Reading a pipe, the editor would fold long lines at an assumed 80 columns
-    // and echo them with redraws; a station's script wants each line echoed whole.
-    if (!isatty(STDIN_FILENO)) {
-        rl_initialize();
-        rl_set_screen_size(24, 4096);
-    }
-}
-
 }  // namespace
 
 Dispatch run_line(const char *text, CommandLine &line) {
@@ -81,7 +67,7 @@ int console_main() {
     static CommandLine line;
     for (;;) {
         std::fflush(stdout);
-        EditorLine input{readline("ft>")};
+        EditorLine input{read_station_line("ft>")};
         if (!input.text) break;   // the station closed its end: leave as "quit" does
         if (!input.text[0]) continue;
         add_history(input.text);

@@ -10,6 +10,7 @@
 #include "platform/kernel_modules.h"
 #include "platform/load_file.h"
 #include "platform/shell.h"
+#include "platform/stdout_lock.h"
 #include "platform/tolma.h"
 #include "platform/unique_fd.h"
 #include "wireless/pause.h"
@@ -106,10 +107,15 @@ int wifi_start() {
         std::puts("ft : WiFi service already running.");
         return 0;
     }
-    if (wifi_load_driver() == -1) {
-        std::puts("ft: Err starting WiFi service");
-        std::puts(kStartFailed);
-        return -1;
+    {
+        // "wifi_load_driver ... failed" has no line end: the next line's text
+        // ends it, and no event line may come in between.
+        StdoutLock hold;
+        if (wifi_load_driver() == -1) {
+            std::puts("ft: Err starting WiFi service");
+            std::puts(kStartFailed);
+            return -1;
+        }
     }
     if (shell_run("ip link set wlan0 up") == -1) {
         std::printf("ft: Err starting WiFi service errno = %d\n", errno);

@@ -44,11 +44,18 @@ bool fault(const std::string &name) {
     return ::stat(phone_path("faults/" + name).c_str(), &st) == 0;
 }
 
+int open_temp_beside(const std::string &path, std::string &tmp) {
+    tmp = path + ".tmp.XXXXXX";
+    int fd = ::mkostemp(&tmp[0], O_CLOEXEC);
+    if (fd >= 0) ::fchmod(fd, 0644);
+    return fd;
+}
+
 bool write_atomically(const std::string &rel, const char *data, size_t len) {
     std::string path = phone_path(rel);
-    std::string tmp = path + ".tmp." + std::to_string(::getpid());
+    std::string tmp;
     {
-        Fd f{::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)};
+        Fd f{open_temp_beside(path, tmp)};
         if (f.fd < 0) return false;
         if (!write_all(f.fd, data, len) || ::fsync(f.fd) != 0) {
             ::unlink(tmp.c_str());

@@ -19,6 +19,11 @@ bool fault(const std::string &name);
 // never a mix: temporary file, fsync, rename, fsync of the folder.
 bool write_atomically(const std::string &rel, const char *data, size_t len);
 
+// A new file beside `path` for it to be renamed over `path`, under a name no
+// other process or thread uses (the PIDs of two sandboxes may be the same):
+// its descriptor, and its name in `tmp`; -1 on failure.
+int open_temp_beside(const std::string &path, std::string &tmp);
+
 // Reads at most `max` bytes of `rel`; false when it does not exist.
 bool read_file(const std::string &rel, std::string &out, size_t max);
 

@@ -7,7 +7,7 @@ import sys
 
 import ftsim
 from ftsim import sandbox
-from ftsim.phone import Phone
+from ftsim.phone import Phone, Tampered, create_file
 from ftsim.registry import (COMMANDS, DEVICES, FAULTS, HELP, NEW_OPTIONS, SETTINGS, VERBS,
                             Usage, UsageError, phone_arg, setting)
 
@@ -127,7 +127,7 @@ def setup_fault(parser):
                 os.remove(phone.p("faults", f))
         else:
             name = args.name if check is None else f"{args.name}.{check(args.arg)}"
-            open(phone.p("faults", name), "w").close()
+            create_file(phone.p("faults", name)).close()
         phone.note_change()
     return run
 
@@ -248,5 +248,8 @@ def main(argv):
     except UsageError as e:
         print(f"ftsim: {e}", file=sys.stderr)
         return 2
+    except Tampered as e:
+        print(f"ftsim: {e}", file=sys.stderr)
+        return 1
     except SystemExit as e:
         return e.code if isinstance(e.code, int) else 2

@@ -56,11 +56,17 @@ DEVICES["charger"] = Charger()
 FAULTS["hook-state"] = None
 FAULTS["cradle-state"] = None
 FAULTS["charger"] = None
+FAULTS["hook-wait"] = None
+FAULTS["ehs-wait"] = None
 HELP["device", "accessories"] = "every accessory's state"
 HELP["device", "charger"] = "the Bluetooth handset's charger: charger=on|off"
 HELP["fault", "hook-state"] = "reading the hookswitch state fails"
 HELP["fault", "cradle-state"] = "reading the cradle's connection fails"
 HELP["fault", "charger"] = "switching the handset's charger fails"
+HELP["fault", "hook-wait"] = ("the hookswitch's wait call fails (-1) at once; "
+                              "each failed call is a line in log/hook-wait")
+HELP["fault", "ehs-wait"] = ("the EHS's wait call fails (-1) at once; "
+                             "each failed call is a line in log/ehs-wait")
 
 
 def _hook_verb(which, what):

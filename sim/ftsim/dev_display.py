@@ -13,7 +13,7 @@ import struct
 import zlib
 
 from ftsim.devices import FileNode
-from ftsim.phone import Phone, write_atomically
+from ftsim.phone import Phone, create_file, write_atomically
 from ftsim.registry import (DEVICES, FAULTS, HELP, NEW_OPTIONS, SETTINGS, UsageError, phone_arg,
                             register_verb)
 
@@ -65,7 +65,7 @@ class Display(FileNode):
         os.makedirs(phone.p("display"), exist_ok=True)
         write_atomically(phone.p("display", "fb"),
                          f"xres={width}\nyres={height}\nbpp={bpp}\n".encode())
-        with open(phone.p("dev", self.node), "wb") as f:
+        with create_file(phone.p("dev", self.node)) as f:
             f.truncate(width * height * 4)
 
     def plug(self, phone):

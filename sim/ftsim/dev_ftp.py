@@ -8,10 +8,10 @@
   changes it; a change holds from the next login on, also while a server runs.
 
 The server starts in the background as the station is made, so a run does not
-wait for Python to load it; the phone's ftpget and ftpput wait (a few seconds at
-most) for the ready file that it writes once it listens. What ftsim knows of the
-server's process lives beside the run's record under /run/ftsim, never in the
-phone folder, which the phone can write.
+wait for it; the phone's ftpget and ftpput wait (a few seconds at most) for the
+ready file that it writes once it listens. What ftsim knows of the server's
+process lives beside the run's record under /run/ftsim, never in the phone
+folder, which the phone can write.
 """
 import contextlib
 import json
@@ -53,26 +53,37 @@ DEVICES[StationFolder.name] = StationFolder()
 
 
 def _record_path(phone):
-    return os.path.join(runs._dir(phone), "ftp-server.json")
+    return os.path.join(runs.RUN_DIR, runs.key(phone), "ftp-server.json")
 
 
 def _remove_ready(phone):
+    # By path alone: a station may be removed for a phone whose folder is gone.
     with contextlib.suppress(FileNotFoundError):
-        os.remove(phone.p(*READY))
+        os.remove(os.path.join(phone.path, *READY))
 
 
 def start(phone):
     _remove_ready(phone)
     address = runs.STATION_ADDRESS.split("/")[0]
-    with open(phone.p(*LOG), "ab") as log:
+    # Never through a link the phone may have put in its place.
+    try:
+        log = os.open(phone.p(*LOG), os.O_WRONLY | os.O_CREAT | os.O_APPEND | os.O_NOFOLLOW
+                      | os.O_CLOEXEC, 0o644)
+    except OSError:
+        log = os.open(os.devnull, os.O_WRONLY | os.O_CLOEXEC)
+    try:
         # nsenter execs the server: the process started here is the server itself.
         proc = runs.station_popen(
             phone, ["/usr/bin/python3", "-B", SERVER, station_dir(phone), phone.p(*LOGIN),
-                    address, PORT, phone.p(*READY)],
+                    address, PORT, phone.p(*READY),
+                    os.path.join(runs.NETNS_DIR, runs.station_ns(phone))],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=log,
             start_new_session=True)
+    finally:
+        os.close(log)
     _children[phone.path] = proc
     rec = {"pid": proc.pid, "start": runs._start_time(proc.pid)}
+    runs._dir(phone)            # the run registry's folder, made if need be
     write_atomically(_record_path(phone), json.dumps(rec).encode())
 
 

@@ -2,7 +2,8 @@
 faults of single tools and of the reserved partition, and a listing of what a
 run left in a phone folder.
 
-- `fault PHONE tool NAME`: the tool NAME exits 1 and writes nothing. Tools found
+- `fault PHONE tool NAME[:ARG]`: the tool NAME exits 1 and writes nothing; with
+  `:ARG`, only the calls whose first argument is ARG (`openssl:pkcs12`). Tools found
   on the PATH get a wrapper in the phone's /system/bin (first on the PATH) as a
   run starts; the wrapper stays and passes every call on once the fault is
   cleared. Phone stubs called by their full path answer the fault themselves.
@@ -15,15 +16,17 @@ import os
 import re
 import stat
 
-from ftsim.phone import Phone
+from ftsim.phone import Phone, write_atomically
 from ftsim.registry import FAULTS, HELP, RUN_HOOKS, UsageError, phone_arg, register_verb
 
 WRAPPER_MARK = "# ftsim tool-fault wrapper"
 WRAPPER = f"""#!/bin/sh
-{WRAPPER_MARK}: while /sim/faults/tool.NAME exists this tool fails and
-# writes nothing; otherwise the call goes on to the tool further down the PATH.
+{WRAPPER_MARK}: while /sim/faults/tool.NAME (or tool.NAME:ARG, for calls
+# whose first argument is ARG) exists this tool fails and writes nothing;
+# otherwise the call goes on to the tool further down the PATH.
 name=${{0##*/}}
 [ -e "/sim/faults/tool.$name" ] && exit 1
+case $1 in */*) ;; ?*) [ -e "/sim/faults/tool.$name:$1" ] && exit 1 ;; esac
 IFS=:
 for dir in $PATH; do
     [ "$dir" = /system/bin ] && continue
@@ -32,7 +35,7 @@ done
 echo "$name: not found" >&2
 exit 127
 """
-TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*")
+TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*(?::[A-Za-z0-9_+-][A-Za-z0-9._+-]*)?")
 
 
 def tool_name(name):
@@ -41,7 +44,7 @@ def tool_name(name):
     return name
 
 
-tool_name.metavar = "NAME"
+tool_name.metavar = "NAME[:ARG]"
 
 
 def _is_wrapper(path):
@@ -58,27 +61,24 @@ def _wrap_faulted_tools(phone):
     for fault in os.listdir(phone.p("faults")):
         if not fault.startswith("tool."):
             continue
-        path = phone.p("system", "bin", fault[len("tool."):])
+        path = phone.p("system", "bin", fault[len("tool."):].split(":")[0])
         if os.path.lexists(path) and not _is_wrapper(path):
             continue
-        tmp = path + ".new"
-        with open(tmp, "w") as f:
-            f.write(WRAPPER)
-        os.chmod(tmp, 0o755)
-        os.replace(tmp, path)
+        write_atomically(path, WRAPPER.encode(), mode=0o755)
 
 
 def run_hook(phone, build):
     _wrap_faulted_tools(phone)
     if phone.fault("reserved-readonly"):
-        return ["--ro-bind", phone.p("reserved"), "/reserved"]
+        return ["--ro-bind", phone.bindable("reserved"), "/reserved"]
     return []
 
 
 FAULTS["tool"] = tool_name
 FAULTS["reserved-readonly"] = None
 RUN_HOOKS.append(run_hook)
-HELP["fault", "tool"] = "the tool NAME exits with an error and writes nothing"
+HELP["fault", "tool"] = ("the tool NAME exits with an error and writes nothing; with :ARG only "
+                         "its calls whose first argument is ARG (openssl:pkcs12)")
 HELP["fault", "reserved-readonly"] = "/reserved is mounted read-only, from the next run on"
 
 

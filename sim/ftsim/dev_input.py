@@ -9,7 +9,7 @@ import struct
 import time
 
 from ftsim import inject
-from ftsim.phone import Phone, write_atomically
+from ftsim.phone import Phone, open_fifo, write_atomically
 from ftsim.registry import (DEVICES, HELP, RUN_HOOKS, SETTINGS, Usage, UsageError, phone_arg,
                             register_verb)
 
@@ -164,12 +164,29 @@ class InputDevice:
         add_node(phone, self.node, self.dev_name, self.phys)
 
     def unplug(self, phone):
-        if os.path.exists(fifo(phone, self.node)):
-            os.replace(fifo(phone, self.node), phone.p("unplugged", "input", self.node))
+        """A console holding the device finds it gone: its reads fail with
+        ENODEV from then on (a blocked one is woken by a byte it drops)."""
+        if not os.path.exists(fifo(phone, self.node)):
+            return
+        aside = phone.p("unplugged", "input", self.node)
+        os.replace(fifo(phone, self.node), aside)
+        try:
+            fd = open_fifo(aside, os.O_WRONLY | os.O_NONBLOCK)
+        except OSError:
+            return          # nobody holds it
+        try:
+            os.write(fd, b"\0")
+        except OSError:
+            pass
+        finally:
+            os.close(fd)
 
     def plug(self, phone):
-        if os.path.exists(phone.p("unplugged", "input", self.node)):
-            os.replace(phone.p("unplugged", "input", self.node), fifo(phone, self.node))
+        """A new device: a console that held the old one keeps failing its reads."""
+        aside = phone.p("unplugged", "input", self.node)
+        if os.path.exists(aside):
+            os.remove(aside)
+            os.mkfifo(fifo(phone, self.node))
 
     def show(self, phone):
         d = read_description(phone, self.node)

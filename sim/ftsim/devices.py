@@ -1,6 +1,8 @@
 """Shared shapes of simulated devices."""
 import os
 
+from ftsim.phone import create_file
+
 
 class FileNode:
     """A device node stood for by one file (or FIFO, or folder) under dev/.
@@ -9,7 +11,7 @@ class FileNode:
     node = None
 
     def create(self, phone, options):
-        open(phone.p("dev", self.node), "wb").close()
+        create_file(phone.p("dev", self.node)).close()
 
     def plugged(self, phone):
         return os.path.lexists(phone.p("dev", self.node))

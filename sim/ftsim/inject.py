@@ -6,6 +6,8 @@ import os
 import select
 import sys
 
+from ftsim.phone import open_fifo
+
 PIPE_BUF = 4096
 # A console that holds the FIFO open but never reads it is as good as gone.
 STALL_SECONDS = 10
@@ -30,7 +32,7 @@ def write_groups(path, groups, what, phone):
     """Writes each group of bytes whole (a group is never split between two
     writes while it fits in PIPE_BUF); returns once all are in the FIFO."""
     try:
-        fd = os.open(path, os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
+        fd = open_fifo(path, os.O_WRONLY | os.O_NONBLOCK)
     except FileNotFoundError:
         raise NotDelivered(f"{what} is not plugged in") from None
     except OSError as e:
@@ -71,7 +73,7 @@ def queued(path):
     import struct
     import termios
     try:
-        fd = os.open(path, os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
+        fd = open_fifo(path, os.O_WRONLY | os.O_NONBLOCK)
     except OSError:
         return 0
     try:

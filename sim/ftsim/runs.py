@@ -5,10 +5,14 @@ id found there. What ftsim knows of a running console it learns from bubblewrap
 (--info-fd) as the run starts, and keeps under /run/ftsim/KEY/ (root's, outside
 every phone), KEY being a hash of the phone folder's absolute path:
 
-- run.json: the sandbox's first process (host PID and start time) and the
-  inodes of its PID, mount and network namespaces;
+- run.json: the ftsim process that runs the console (PID and start time), then
+  the sandbox's first process (PID and start time) and the inodes of its PID
+  and network namespaces;
 - station: present while `ftsim station PHONE up` keeps the station;
 - lock: taken around every change of the two.
+The folder goes when nothing runs and no station is kept. A station whose ftsim
+was killed outright (SIGKILL) is removed by the next run of any phone (sweep());
+SIGTERM and SIGHUP let ftsim clean up itself.
 
 The phone's network: the console runs in a network namespace of its own, whose
 eth0 (10.8.0.10/24) is one end of a veth pair. The other end (10.8.0.2/24) lives
@@ -43,12 +47,15 @@ import signal
 import subprocess
 import sys
 
+from ftsim.phone import Phone
+
 RUN_DIR = "/run/ftsim"
 NETNS_DIR = "/run/netns"
 PHONE_ADDRESS = "10.8.0.10/24"
 STATION_ADDRESS = "10.8.0.2/24"
 PHONE_IF = "eth0"
 CLONE_NEWNET = 0x40000000
+PR_SET_PDEATHSIG = 1
 
 STATION_HOOKS = []
 
@@ -96,32 +103,68 @@ def _mac(phone, last):
 
 
 def _dir(phone):
-    path = os.path.join(RUN_DIR, key(phone))
+    return _key_dir(key(phone))
+
+
+def _key_dir(k):
+    path = os.path.join(RUN_DIR, k)
     os.makedirs(RUN_DIR, mode=0o700, exist_ok=True)
     os.makedirs(path, mode=0o700, exist_ok=True)
     return path
 
 
+def _lock_fd(k, blocking=True):
+    """The registry folder's lock, or None (blocking=False, someone holds it). A
+    folder removed while we waited is made again and locked afresh."""
+    while True:
+        path = os.path.join(_key_dir(k), "lock")
+        fd = os.open(path, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o600)
+        try:
+            fcntl.flock(fd, fcntl.LOCK_EX | (0 if blocking else fcntl.LOCK_NB))
+        except BlockingIOError:
+            os.close(fd)
+            return None
+        try:
+            if os.stat(path).st_ino == os.fstat(fd).st_ino:
+                return fd
+        except FileNotFoundError:
+            pass
+        os.close(fd)
+
+
 @contextlib.contextmanager
 def _locked(phone):
-    fd = os.open(os.path.join(_dir(phone), "lock"), os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o600)
+    fd = _lock_fd(key(phone))
     try:
-        fcntl.flock(fd, fcntl.LOCK_EX)
         yield
     finally:
         os.close(fd)
 
 
+def _tidy(k):
+    """Removes the registry folder of a phone that has nothing running or kept;
+    called with its lock held."""
+    d = os.path.join(RUN_DIR, k)
+    if os.path.exists(os.path.join(d, "station")) or os.path.exists(os.path.join(d, "run.json")):
+        return
+    with contextlib.suppress(OSError):
+        for name in os.listdir(d):
+            os.remove(os.path.join(d, name))
+        os.rmdir(d)
+
+
 # ---- processes ---------------------------------------------------------------
 
 def _start_time(pid):
+    """When a live process started (None for one that is gone, or a zombie)."""
     try:
         with open(f"/proc/{pid}/stat") as f:
             stat = f.read()
     except OSError:
         return None
     # The name in parentheses may hold blanks: count fields after its end.
-    return int(stat[stat.rindex(")") + 2:].split()[19])
+    fields = stat[stat.rindex(")") + 2:].split()
+    return None if fields[0] in ("Z", "X") else int(fields[19])
 
 
 def _ns_inode(pid, ns):
@@ -132,12 +175,8 @@ def _ns_inode(pid, ns):
 
 
 def _record(phone):
-    try:
-        with open(os.path.join(_dir(phone), "run.json")) as f:
-            rec = json.load(f)
-    except (OSError, ValueError):
-        return None
-    if rec.get("phone") != os.path.abspath(phone.path):
+    rec = _read_run(key(phone))
+    if rec is None or rec.get("phone") != os.path.abspath(phone.path):
         return None
     sandbox = rec.get("sandbox")
     if (not isinstance(sandbox, int) or _start_time(sandbox) != rec.get("start")
@@ -165,6 +204,48 @@ def _console_of(rec):
                 and _ns_inode(pid, "net") == rec["net_ns"]:
             return pid
     return None
+
+
+def _launcher_alive(rec):
+    pid = rec.get("launcher")
+    return isinstance(pid, int) and _start_time(pid) == rec.get("launcher_start")
+
+
+def _read_run(k):
+    try:
+        with open(os.path.join(RUN_DIR, k, "run.json")) as f:
+            return json.load(f)
+    except (OSError, ValueError):
+        return None
+
+
+def sweep():
+    """Removes the stations of runs whose ftsim was killed outright (SIGKILL
+    leaves it no chance to clean up): a station that is neither kept nor used
+    by a live ftsim."""
+    prefix = "ftsim-"
+    try:
+        names = [n for n in os.listdir(NETNS_DIR) if n.startswith(prefix)]
+    except FileNotFoundError:
+        return
+    for name in names:
+        k = name[len(prefix):]
+        if not os.path.isdir(os.path.join(RUN_DIR, k)):
+            continue        # not made by this ftsim's registry
+        fd = _lock_fd(k, blocking=False)
+        if fd is None:
+            continue        # busy: someone is at it now
+        try:
+            rec = _read_run(k)
+            kept = os.path.exists(os.path.join(RUN_DIR, k, "station"))
+            if kept or rec is None or not rec.get("phone") or _launcher_alive(rec):
+                continue
+            _remove_station(Phone(rec["phone"]))
+            with contextlib.suppress(FileNotFoundError):
+                os.remove(os.path.join(RUN_DIR, k, "run.json"))
+            _tidy(k)
+        finally:
+            os.close(fd)
 
 
 def current(phone):
@@ -312,6 +393,7 @@ def station_down(phone):
         with contextlib.suppress(FileNotFoundError):
             os.remove(_kept_flag(phone))
         _remove_station(phone)
+        _tidy(key(phone))
 
 
 def forget(phone):
@@ -368,52 +450,77 @@ def _unplug(phone, netfd):
                    capture_output=True, text=True, **kw)
 
 
-def launch(phone, args):
+def _die_with_ftsim():
+    """In bubblewrap's process before it starts: killed when ftsim goes, however
+    ftsim goes, so no sandbox outlives its run (bubblewrap's own child follows it)."""
+    ctypes.CDLL(None, use_errno=True).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+
+
+class _Stopped(BaseException):
+    """ftsim was asked to end (SIGTERM, SIGHUP) while a run was on."""
+
+
+def _stop(signum, frame):
+    raise _Stopped(signum)
+
+
+def _write_run(phone, rec):
+    tmp = os.path.join(_dir(phone), f"run.json.{os.getpid()}")
+    with open(tmp, "w") as f:
+        json.dump(rec, f)
+    os.replace(tmp, os.path.join(_dir(phone), "run.json"))
+
+
+def launch(phone, args, pass_fds=()):
     """Runs the bubblewrap command line `args` (its first word "bwrap") with the
-    phone's network, and returns bubblewrap's exit status."""
+    phone's network, and returns bubblewrap's exit status. `pass_fds`: further
+    descriptors that its command line names."""
     _check_rights()
-    with _locked(phone):
-        # A second console in the same phone runs without a network.
-        owner = _record(phone) is None
-        if owner:
-            _ensure_station(phone)
-    info_r, info_w = os.pipe()
-    block_r, block_w = os.pipe()
-    args = [args[0], "--info-fd", str(info_w), "--block-fd", str(block_r)] + list(args[1:])
-    netfd = None
+    sweep()
+    old = {sig: signal.signal(sig, _stop) for sig in (signal.SIGTERM, signal.SIGHUP)}
+    proc = netfd = None
+    owner = False
     try:
-        proc = subprocess.Popen(args, pass_fds=(info_w, block_r))
-    except BaseException:
-        for fd in (info_r, info_w, block_r, block_w):
-            os.close(fd)
-        raise
-    os.close(info_w)
-    os.close(block_r)
-    try:
-        info = _read_info(info_r)
-        if info is not None and owner:
-            sandbox = info["child-pid"]
-            netfd = os.open(f"/proc/{sandbox}/ns/net", os.O_RDONLY | os.O_CLOEXEC)
-            rec = {"phone": os.path.abspath(phone.path), "sandbox": sandbox,
-                   "start": _start_time(sandbox), "pid_ns": info["pid-namespace"],
-                   "net_ns": info["net-namespace"], "launcher": os.getpid()}
-            tmp = os.path.join(_dir(phone), f"run.json.{os.getpid()}")
-            with open(tmp, "w") as f:
-                json.dump(rec, f)
-            os.replace(tmp, os.path.join(_dir(phone), "run.json"))
-            _plug(phone, sandbox)
+        rec = {"phone": os.path.abspath(phone.path), "launcher": os.getpid(),
+               "launcher_start": _start_time(os.getpid())}
+        with _locked(phone):
+            # A second console in the same phone runs without a network.
+            running = _read_run(key(phone))
+            owner = running is None or not _launcher_alive(running)
+            if owner:
+                _write_run(phone, rec)
+                _ensure_station(phone)
+        info_r, info_w = os.pipe()
+        block_r, block_w = os.pipe()
         try:
-            os.write(block_w, b"go")
-        except BrokenPipeError:
-            pass            # bubblewrap ended before its child started: it says why
-        os.close(block_w)
-        block_w = None
-        return proc.wait()
-    finally:
-        if block_w is not None:
+            proc = subprocess.Popen([args[0], "--info-fd", str(info_w), "--block-fd", str(block_r)]
+                                    + list(args[1:]), pass_fds=(info_w, block_r) + tuple(pass_fds),
+                                    preexec_fn=_die_with_ftsim)
+        finally:
+            os.close(info_w)
+            os.close(block_r)
+        try:
+            info = _read_info(info_r)
+            if info is not None and owner:
+                sandbox = info["child-pid"]
+                netfd = os.open(f"/proc/{sandbox}/ns/net", os.O_RDONLY | os.O_CLOEXEC)
+                rec.update({"sandbox": sandbox, "start": _start_time(sandbox),
+                            "pid_ns": info["pid-namespace"], "net_ns": info["net-namespace"]})
+                _write_run(phone, rec)
+                _plug(phone, sandbox)
+            with contextlib.suppress(BrokenPipeError):
+                os.write(block_w, b"go")    # bubblewrap may have ended already: it says why
+        finally:
             os.close(block_w)
-        os.close(info_r)
-        if proc.poll() is None:
+            os.close(info_r)
+        return proc.wait()
+    except _Stopped as e:
+        return 128 + e.args[0]
+    finally:
+        # A second signal must not cut the clean-up short.
+        for sig in old:
+            signal.signal(sig, signal.SIG_IGN)
+        if proc is not None and proc.poll() is None:
             proc.kill()
             proc.wait()
         if owner:
@@ -423,7 +530,10 @@ def launch(phone, args):
                 kept = os.path.exists(_kept_flag(phone))
                 if netfd is not None and kept and station_exists(phone):
                     _unplug(phone, netfd)
-                if netfd is not None:
-                    os.close(netfd)
                 if not kept:
                     _remove_station(phone)
+                _tidy(key(phone))
+        if netfd is not None:
+            os.close(netfd)
+        for sig, handler in old.items():
+            signal.signal(sig, handler)

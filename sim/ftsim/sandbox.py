@@ -1,13 +1,16 @@
 """Runs the console inside the phone: private mount, PID and network namespaces
 (bubblewrap), the phone's filesystems over the root, the host's read-only."""
+import errno
 import glob
 import os
 import shutil
 import signal
 import sys
+import tempfile
+import termios
 
 from ftsim import runs
-from ftsim.phone import REPO
+from ftsim.phone import REPO, check_kind
 from ftsim.registry import RUN_HOOKS, UsageError
 
 # host: the native build; asan: the same with AddressSanitizer and UBSan;
@@ -37,9 +40,17 @@ def install(phone, build):
 
 
 def _copy(src, dest):
-    tmp = dest + ".new"
-    shutil.copy2(src, tmp)
-    os.replace(tmp, dest)
+    """Replaces the file `dest` (never a link) by a copy of `src`."""
+    check_kind(dest, "file")
+    fd, tmp = tempfile.mkstemp(dir=os.path.dirname(dest), prefix=os.path.basename(dest) + ".new.")
+    os.close(fd)
+    try:
+        shutil.copyfile(src, tmp)
+        shutil.copystat(src, tmp)
+        os.replace(tmp, dest)
+    except BaseException:
+        os.remove(tmp)
+        raise
 
 
 # Where the phone's device stand-ins show under /dev, so that the shell commands
@@ -53,7 +64,8 @@ def _dev_binds(phone):
     args = []
     for name, node in DEV_NODES:
         if os.path.lexists(phone.p("dev", name)):
-            args += ["--bind", phone.p("dev", name), node]
+            kind = "folder" if name in ("input", "snd") else "file"
+            args += ["--bind", phone.bindable("dev", name, kind=kind), node]
     return args
 
 
@@ -92,13 +104,43 @@ def guest(build, argv, env):
     return cmd + argv, {}
 
 
-def command(phone, argv, env, extra=()):
+# ioctls nothing in the phone may make: pushing input into the terminal of
+# whoever started ftsim (it would run in their shell once the sandbox ends),
+# and driving a virtual console.
+GUARDED_IOCTLS = (termios.TIOCSTI, termios.TIOCLINUX)
+
+
+def terminal_guard():
+    """A descriptor of the seccomp program that refuses GUARDED_IOCTLS (EPERM)
+    and allows everything else. A new session would stop TIOCSTI too, but
+    Ctrl+C on the terminal must still reach the console. The console under
+    qemu-user makes the host's own system calls, so the host's architectures
+    are the ones filtered."""
+    import seccomp
+    f = seccomp.SyscallFilter(defaction=seccomp.ALLOW)
+    for arch in (seccomp.Arch.X86, seccomp.Arch.X32):
+        f.add_arch(arch)
+    for request in GUARDED_IOCTLS:
+        # The kernel reads the request as 32 bits: higher bits must not hide one.
+        f.add_rule(seccomp.ERRNO(errno.EPERM), "ioctl",
+                   seccomp.Arg(1, seccomp.MASKED_EQ, 0xFFFFFFFF, request))
+    fd = os.memfd_create("ftsim-seccomp", os.MFD_CLOEXEC)
+    with os.fdopen(os.dup(fd), "wb") as out:
+        f.export_bpf(out)
+    os.lseek(fd, 0, os.SEEK_SET)
+    return fd
+
+
+def command(phone, argv, env, extra=(), guard=None):
+    """bubblewrap's command line; `guard`: the descriptor of terminal_guard()."""
     args = ["bwrap", "--die-with-parent", "--unshare-pid", "--unshare-net",
             "--unshare-ipc", "--unshare-uts", "--hostname", "phone"]
+    if guard is not None:
+        args += ["--seccomp", str(guard)]
     args += _root_links()
     args += ["--proc", "/proc", "--dev", "/dev"] + _dev_binds(phone)
     for fs in ("system", "reserved", "cache", "data", "tmp", "sys"):
-        args += ["--bind", phone.p(fs), "/" + fs]
+        args += ["--bind", phone.bindable(fs), "/" + fs]
     args += extra
     args += ["--bind", phone.path, "/sim"]
     args += ["--clearenv",
@@ -126,17 +168,19 @@ def _prepare(phone, build):
     return extra
 
 
-def _call(phone, args):
+def _call(phone, argv, env, extra):
     # Ctrl+C on the terminal goes to the console; we only wait for it. bubblewrap
     # inherits the ignoring (Ctrl+C would take the sandbox down with it); the
     # console gets SIGINT's default action back (see CONSOLE).
     old = signal.signal(signal.SIGINT, signal.SIG_IGN)
+    guard = terminal_guard()
     try:
-        status = runs.launch(phone, args)
+        status = runs.launch(phone, command(phone, argv, env, extra, guard), pass_fds=(guard,))
     except runs.Refused as e:
         print(f"ftsim: {e}", file=sys.stderr)
         return 1
     finally:
+        os.close(guard)
         signal.signal(signal.SIGINT, old)
     return status if status >= 0 else 128 - status
 
@@ -148,7 +192,7 @@ CONSOLE = ["/usr/bin/env", "--default-signal=INT", "/system/bin/ft"]
 def run(phone, build="host"):
     extra = _prepare(phone, build)
     argv, env = guest(build, CONSOLE[2:], guest_env(build))
-    status = _call(phone, command(phone, CONSOLE[:2] + argv, env, extra))
+    status = _call(phone, CONSOLE[:2] + argv, env, extra)
     if os.path.exists(phone.p("run", "rebooted")):
         return 0          # the phone rebooted: the console's run is over
     return status
@@ -160,4 +204,4 @@ def exec_in(phone, build, argv):
     extra = _prepare(phone, build)
     env = guest_env(build)
     offered = {"FTSIM_PRELOAD": env["LD_PRELOAD"], "LD_LIBRARY_PATH": env["LD_LIBRARY_PATH"]}
-    return _call(phone, command(phone, argv, offered, extra))
+    return _call(phone, argv, offered, extra)

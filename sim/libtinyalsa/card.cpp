@@ -21,8 +21,8 @@ bool fault(const std::string &name) {
 
 bool replace_file(const std::string &rel, const std::string &data) {
     std::string path = sim::phone_path(rel);
-    std::string tmp = path + ".tmp." + std::to_string(::getpid());
-    int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    std::string tmp;
+    int fd = sim::open_temp_beside(path, tmp);
     if (fd < 0) return false;
     const char *p = data.data();
     size_t left = data.size();

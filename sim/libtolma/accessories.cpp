@@ -30,9 +30,14 @@ int event_fifo(std::atomic<int> &fd, const char *rel) {
     return f;
 }
 
-// Blocks until the next event; a phone without the FIFO never has one.
-int wait_event(std::atomic<int> &fd, const char *rel) {
+// Blocks until the next event; a phone without the FIFO never has one. While
+// `fault` holds, each call fails at once and is counted in log/<fault>.
+int wait_event(std::atomic<int> &fd, const char *rel, const char *fault) {
     for (;;) {
+        if (sim::fault(fault)) {
+            sim::append_line(std::string("log/") + fault, "-1");
+            return -1;
+        }
         int f = event_fifo(fd, rel);
         char state;
         if (f >= 0) {
@@ -62,11 +67,11 @@ std::atomic<int> g_ehs_events{-1};
 extern "C" {
 
 int CradleHookswitch_WaitForHookswitchEvent(void) {
-    return wait_event(g_hook_events, "accessories/hook.events");
+    return wait_event(g_hook_events, "accessories/hook.events", "hook-wait");
 }
 
 int WiredHeadset_WaitForHookSwitchEvent(void) {
-    return wait_event(g_ehs_events, "accessories/ehs.events");
+    return wait_event(g_ehs_events, "accessories/ehs.events", "ehs-wait");
 }
 
 int CradleHookswitch_GetState(int *state) {

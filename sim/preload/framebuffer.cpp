@@ -6,11 +6,14 @@
 // ioctl. Each close or unmap of the framebuffer counts a change of the phone,
 // for `ftsim view` to redraw the panel. The panel timings cannot be bound into procfs: their opens go to the
 // phone's device-tree/ copy, which holds 4-byte big-endian cells.
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <linux/fb.h>
 #include <string>
+#include <sys/stat.h>
 
 #include "sim/common/phone.h"
 #include "sim/preload/nodes.h"
@@ -36,7 +39,7 @@ int fail(int err) {
     return -1;
 }
 
-int fb_ioctl(int, unsigned long request, void *arg) {
+int fb_ioctl(int fd, unsigned long request, void *arg) {
     Geometry g;
     switch (request) {
     case FBIOGET_VSCREENINFO: {
@@ -47,6 +50,21 @@ int fb_ioctl(int, unsigned long request, void *arg) {
         info.yres = info.yres_virtual = g.yres;
         info.bits_per_pixel = g.bpp;
         std::memcpy(arg, &info, sizeof info);
+        return 0;
+    }
+    case FBIOGET_FSCREENINFO: {
+        if (!arg) return fail(EFAULT);
+        if (!load_geometry(g)) return fail(EINVAL);
+        // The driver's memory is the framebuffer file, whatever the geometry says.
+        struct stat st;
+        if (fstat(fd, &st) != 0) return fail(EINVAL);
+        fb_fix_screeninfo fixed{};
+        std::memcpy(fixed.id, "ftsim", 6);
+        fixed.smem_len = static_cast<uint32_t>(std::min<off_t>(st.st_size, UINT32_MAX));
+        fixed.type = FB_TYPE_PACKED_PIXELS;
+        fixed.visual = FB_VISUAL_TRUECOLOR;
+        fixed.line_length = g.xres * 4;
+        std::memcpy(arg, &fixed, sizeof fixed);
         return 0;
     }
     case FBIOPAN_DISPLAY: {

@@ -9,6 +9,7 @@
 #include <linux/input.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "sim/common/phone.h"
@@ -68,10 +69,24 @@ int input_ioctl(int fd, unsigned long request, void *arg) {
     return -1;
 }
 
+// A device unplugged while the console holds it is gone for good, as with
+// evdev: its FIFO is no longer the one under dev/input/ (unplugged, or
+// plugged in again as a new one), and every read fails with ENODEV.
+int input_read_check(int fd) {
+    struct stat held, now;
+    std::string node = node_name(fd);
+    if (fstat(fd, &held) == 0 && !node.empty() &&
+        stat(sim::phone_path("dev/input/" + node).c_str(), &now) == 0 &&
+        held.st_dev == now.st_dev && held.st_ino == now.st_ino)
+        return 0;
+    errno = ENODEV;
+    return -1;
+}
+
 // Read and write: the open never waits for a writer, and an injector that
 // closes its end is never taken for an end of file.
 constexpr preload::DeviceNode kInput[] = {
-    {"/dev/input/", "dev/input/", O_RDWR, input_ioctl},
+    {"/dev/input/", "dev/input/", O_RDWR, input_ioctl, nullptr, nullptr, false, input_read_check},
 };
 
 __attribute__((constructor)) void register_input() { preload::add_nodes(kInput); }

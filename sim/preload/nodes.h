@@ -29,6 +29,9 @@ struct DeviceNode {
     // of it, counts a change of the phone (sim::note_change): the framebuffer's
     // users draw, then close or unmap, so the picture is whole by then.
     bool release_is_change = false;
+    // Asked before and after each read of a descriptor opened through this
+    // node: non-zero fails the read (errno set), whatever it brought.
+    int (*read_check)(int fd) = nullptr;
 };
 
 // Registers a family of nodes; call it from a static constructor of the device's file.

@@ -304,6 +304,24 @@ int ioctl(int fd, unsigned long request, ...) {
 MMAP_WRAPPER(mmap, off_t)
 MMAP_WRAPPER(mmap64, off64_t)
 
+// A node may fail reads of a descriptor the console holds (a device unplugged
+// under it). What a read brought is dropped when the node fails it afterwards:
+// it was the wake-up that unplugging sends.
+ssize_t read(int fd, void *buf, size_t count) {
+    using Fn = ssize_t (*)(int, void *, size_t);
+    static Fn real = next<Fn>("read");
+    const DeviceNode *node = preload::node_of(fd);
+    if (!node || !node->read_check) return real(fd, buf, count);
+    if (node->read_check(fd) != 0) return -1;
+    ssize_t n = real(fd, buf, count);
+    if (n >= 0) {
+        int saved = errno;
+        if (node->read_check(fd) != 0) return -1;
+        errno = saved;
+    }
+    return n;
+}
+
 int munmap(void *addr, size_t len) {
     using Fn = int (*)(void *, size_t);
     static Fn real = next<Fn>("munmap");

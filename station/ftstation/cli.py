@@ -2,6 +2,7 @@
 import argparse
 import datetime
 import os
+import re
 import socket
 import sys
 
@@ -15,7 +16,9 @@ USAGE = ("ftstation run PLAN.toml (--phone PHONE | --serial DEVICE | -- ARGV...)
 
 
 def parse(argv):
-    argv, spawn = (argv[:argv.index("--")], argv[argv.index("--") + 1:]) if "--" in argv else (argv, [])
+    spawn = []
+    if "--" in argv:
+        argv, spawn = argv[:argv.index("--")], argv[argv.index("--") + 1:]
     p = argparse.ArgumentParser(prog="ftstation", usage=USAGE)
     p.add_argument("verb", choices=["run"])
     p.add_argument("plan")
@@ -56,7 +59,8 @@ def main(argv):
     except plans.PlanError as e:
         print(f"ftstation: {e}", file=sys.stderr)
         return 2
-    unit = args.unit or "unit"
+    # The serial names the record's file: nothing in it may leave the folder.
+    unit = re.sub(r"[^A-Za-z0-9._-]", "_", args.unit or "unit").lstrip(".") or "unit"
     base = os.path.join(args.records, f"{unit}-{started.strftime('%Y%m%dT%H%M%SZ')}")
     junit = args.junit or base + ".xml"
     record = {"plan": plan.name, "plan_file": args.plan, "serial": args.unit,
@@ -70,6 +74,9 @@ def main(argv):
     except StationError as e:
         record["error"] = str(e)
         print(f"ftstation: {e}", file=sys.stderr)
+    except KeyboardInterrupt:
+        record["error"] = "stopped at the station (Ctrl+C)"
+        print(f"ftstation: {record['error']}", file=sys.stderr)
     finally:
         if console is not None:
             console.close()

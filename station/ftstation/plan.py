@@ -23,7 +23,7 @@ _PLACEHOLDER = re.compile(r"\{([A-Za-z_]\w*)\}")
 
 class PlanError(Exception):
     def __init__(self, path, line, problem):
-        super().__init__(f"{path}:{line}: {problem}")
+        super().__init__(f"{path}:{line}: {problem}" if line else f"{path}: {problem}")
 
 
 @dataclasses.dataclass
@@ -73,7 +73,8 @@ class _Lines:
             if re.match(r"\s*\[\[", line) or (re.match(r"\s*\[", line)
                                                  and not re.match(r"\s*\[\s*step\s*\.", line)):
                 break
-            if re.match(r"\s*(%s\s*\.\s*)?%s\s*=" % (re.escape(parts[0]), re.escape(parts[-1])), line):
+            table, name = re.escape(parts[0]), re.escape(parts[-1])
+            if re.match(r"\s*(%s\s*\.\s*)?%s\s*=" % (table, name), line):
                 return i + 1
             if len(parts) > 1 and re.match(r"\s*%s\s*=\s*\{" % re.escape(parts[0]), line):
                 return i + 1
@@ -105,7 +106,7 @@ def load(path, unit=None, unit_index=0, station="", date=""):
             raw = f.read()
         text = raw.decode()
     except (OSError, UnicodeDecodeError) as e:
-        raise PlanError(path, 0, f"cannot read the plan: {e}") from None
+        raise PlanError(path, None, f"cannot read the plan: {e}") from None
     try:
         doc = tomllib.loads(text)
     except tomllib.TOMLDecodeError as e:
@@ -129,7 +130,8 @@ def load(path, unit=None, unit_index=0, station="", date=""):
     if mac is not None:
         for k in ("first", "last"):
             if not MAC.fullmatch(mac.get(k, "")):
-                fail(where.table("mac", k), f"[mac] {k} must be six hexadecimal pairs joined by colons")
+                fail(where.table("mac", k),
+                     f"[mac] {k} must be six hexadecimal pairs joined by colons")
         if int(mac["last"].replace(":", ""), 16) < int(mac["first"].replace(":", ""), 16):
             fail(where.table("mac", "last"), "[mac] last comes before first")
         if unit_index < 0:
@@ -161,12 +163,12 @@ def load(path, unit=None, unit_index=0, station="", date=""):
     return Plan(path, name, steps, values)
 
 
-def _check_type(allowed, key, value, bad):
+def _check_type(allowed, key, value, bad, table=""):
     if key not in allowed:
-        bad(f"unknown key {key!r}")
+        bad(f"unknown key {table + key!r}")
     kind = allowed[key]
     if not isinstance(value, kind) or (isinstance(value, bool) and kind != bool):
-        bad(f"{key} has the wrong type")
+        bad(f"{table + key} has the wrong type")
 
 
 def _fill(text, values, bad, key, regex=False):
@@ -230,7 +232,8 @@ def _step(raw, defaults, values, bad):
     if "action" in raw:
         action = raw["action"]
         for key, value in action.items():
-            _check_type(ACTION_KEYS, key, value, lambda p, key=key: bad(p, "action." + key))
+            _check_type(ACTION_KEYS, key, value, lambda p, key=key: bad(p, "action." + key),
+                        "action.")
         if not action.get("prompt"):
             bad("an action needs the operator's prompt", "action")
         step.prompt = _fill(action["prompt"], values, bad, "action.prompt")

@@ -53,7 +53,8 @@ def run_step(console, step, simulated, identity):
                     seen.remove(hit)
                     continue
                 try:
-                    out.events.append(console.wait_event(pattern, max(0.0, deadline - time.monotonic())))
+                    left = max(0.0, deadline - time.monotonic())
+                    out.events.append(console.wait_event(pattern, left))
                 except ConsoleTimeout as e:
                     out.fail(e.what)     # the console still runs: the run may go on
                     break
@@ -73,7 +74,8 @@ def run_step(console, step, simulated, identity):
 
 
 def _command(console, step, simulated, out, identity, deadline):
-    reply = console.run(step.command, timeout=step.timeout, interrupt_after=step.interrupt_after, ends_console=step.ends_console)
+    reply = console.run(step.command, timeout=step.timeout, interrupt_after=step.interrupt_after,
+                        ends_console=step.ends_console)
     out.lines += reply.lines
     out.events += reply.events
     found = parse_identity(reply)
@@ -123,5 +125,5 @@ def run(console, plan, simulated, outcomes, identity, progress=sys.stdout):
                 stopped = f"not run: the console ended at step {i} ({step.name})"
         outcomes.append(out)
         note = f"  {out.note}" if out.note else ""
-        print(f"[{i:>{len(str(n))}}/{n}] {step.name:<32} {out.verdict:<4} {out.duration:6.2f} s{note}",
-              file=progress, flush=True)
+        print(f"[{i:>{len(str(n))}}/{n}] {step.name:<32} {out.verdict:<4} "
+              f"{out.duration:6.2f} s{note}", file=progress, flush=True)

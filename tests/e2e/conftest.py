@@ -72,7 +72,8 @@ class Phone:
     def values(self):
         r = ftsim("store", self.path)
         assert r.returncode == 0, r.stderr
-        return dict(line.split("=", 1) for line in r.stdout.splitlines())
+        # Lines end at LF only: a value may hold any other control byte.
+        return dict(line.split("=", 1) for line in r.stdout.split("\n")[:-1])
 
     def __getattr__(self, verb):
         """phone.fault("shell") runs ./ftsim fault PHONE shell, and so on."""

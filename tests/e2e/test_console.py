@@ -1,5 +1,10 @@
 """The console over a pipe: start-up, the loop's rules, help pages, end of input."""
-from conftest import QUIT, golden, startup, startup_calls, transcript
+import os
+import subprocess
+
+import pytest
+
+from conftest import BUILD, FTSIM, QUIT, golden, startup, startup_calls, transcript
 
 NOT_VALID = "Not a valid command\n"
 
@@ -8,10 +13,10 @@ def test_lines_words_and_prefixes(phone):
     out, rc = phone.run("", "   ", "ft", "ft ft program commit", "info\t", "QUIT",
                         "program commit ft", "quit now", "info")
     assert rc == 0
-    # The editor echoes a tab as blanks to the next tab stop (column 8).
+    # The echo shows each byte as it came, the tab included.
     assert out == startup() + transcript(
         ("", ""), ("   ", ""), ("ft", ""), ("ft ft program commit", "PASS\n"),
-        ("info ", NOT_VALID), ("QUIT", NOT_VALID), ("program commit ft", "PASS\n"),
+        ("info\t", NOT_VALID), ("QUIT", NOT_VALID), ("program commit ft", "PASS\n"),
         ("quit now", QUIT))
 
 
@@ -61,3 +66,43 @@ def test_dispatcher_families(phone):
         ("mfg wifi stop", ""), eof=True)
     assert phone.calls() == startup_calls() + ("/system/bin/wifi_reg_test.sh start\n"
                              "/system/bin/wifi_reg_test.sh stop\n")
+
+
+def run_bytes(phone, data):
+    r = subprocess.run([FTSIM, "run", "--build", BUILD, phone.path], input=data,
+                       capture_output=True, timeout=30)
+    return r.stdout, r.returncode
+
+
+# Piped bytes are text: (bytes sent, what the console must print after start-up).
+PIPED_TEXT = [
+    # 0x10 would recall "production" from the history and run "production 1".
+    (b"production\nprogram write phonesn A\x10 1\nproduction\n",
+     b"ft>production\nFactory Mode\nft>program write phonesn A\x10 1\nPASS\n"
+     b"ft>production\nFactory Mode\nft>"),
+    # A scanner's group separator inside a serial; bytes above 0x7F as they are.
+    (b"program write phonesn AB\x1dCD\x80\xff\nprogram read phonesn\n",
+     b"ft>program write phonesn AB\x1dCD\x80\xff\nPASS\n"
+     b'ft>program read phonesn\nSN_UNIT = "AB\x1dCD\x80\xff"\nft>'),
+    # CR LF and a lone CR end lines; 0x04 first in a line is text, not the end.
+    (b"program write hwver 7\r\nprogram read hwver\r\x04\x7f\x08\x12\nprogram read hwver",
+     b"ft>program write hwver 7\nPASS\nft>program read hwver\nHW_VER = \"7\"\n"
+     b"ft>\x04\x7f\x08\x12\nNot a valid command\nft>program read hwver\nHW_VER = \"7\"\nft>"),
+]
+
+
+@pytest.mark.parametrize("data, reply", PIPED_TEXT)
+def test_piped_control_bytes_are_text(phone, data, reply):
+    out, rc = run_bytes(phone, data)
+    assert (out, rc) == (startup().encode() + reply + QUIT.encode(), 0)
+    assert phone.values()["OPERATIONAL_MODE"] == "0"
+
+
+def test_phone_scripts_never_read_the_station_lines(phone):
+    script = os.path.join(phone.path, "system", "bin", "audio_warn.sh")
+    with open(script, "w") as f:
+        f.write("#!/bin/sh\nread line\necho \"read: [$line]\"\n")
+    out, rc = phone.run("warn a", "program write hwver 7", "warn a", "program read hwver")
+    assert (out, rc) == (startup() + transcript(
+        ("warn a", "read: []\n"), ("program write hwver 7", "PASS\n"), ("warn a", "read: []\n"),
+        ("program read hwver", 'HW_VER = "7"\n'), eof=True), 0)

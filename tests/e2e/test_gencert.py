@@ -23,6 +23,8 @@ OPENSSL = [f"openssl ecparam -out {C}factory.key -name prime256v1 -genkey",
            f"openssl x509 -in {C}factory.cert -fingerprint -noout -sha256 > {C}cert_thumbprint",
            f"rm -f {C}cert_thumbprint"]
 SCRATCH = [f"rm -f {C}factory.key", f"rm -f {C}factory.cert"]
+# An earlier bundle goes right before the export, so that only this run's counts.
+REISSUE = OPENSSL[:2] + [f"rm -f {C}factorycert.p12"] + OPENSSL[2:]
 IDENTITY = [f"rm -f {C}factorySeed", f"rm -f {C}factorycert.p12"]
 BOTH = ["0600 factorySeed", "0600 factorycert.p12"]
 THUMB = re.compile(r"^Thumbprint: ((?:[0-9A-F]{2}:){31}[0-9A-F]{2})\n", re.M)
@@ -105,7 +107,7 @@ NO_MAC = (devkey("get_mac_address", "MAC is not programmed")
 #  /reserved/cp/certs or, with None, in /reserved)
 RUNS = [
     ("first", False, lambda p: None, BLOCK, MKDIRS + SEED + OPENSSL + SCRATCH, BOTH),
-    ("again", True, lambda p: None, BLOCK, DATE + SEED + OPENSSL + SCRATCH, BOTH),
+    ("again", True, lambda p: None, BLOCK, DATE + SEED + REISSUE + SCRATCH, BOTH),
     ("production", False, lambda p: p.store("opermode", "1"),
      misc("gencert can only be executed in factory mode"), [], None),
     ("mode unreadable", False, lambda p: p.fault("store-read", "opermode"),
@@ -126,12 +128,15 @@ RUNS = [
      + misc("Unable to remove/reserved/cp/certs/factorySeed: errno : 2"),
      MKDIRS + SEED + OPENSSL[:2] + SCRATCH[:1] + IDENTITY[:1],
      ["0600 factory.key", "0600 factorySeed"]),
-    ("openssl fails", True, lambda p: p.fault("tool", "openssl"),
-     misc("Invalid format of thumbprint ", "get_formatted_thumb_print")
-     + misc("Unable to get formatted thumbprint"), DATE + SEED + OPENSSL + IDENTITY, []),
+    ("openssl fails", True, lambda p: p.fault("tool", "openssl"), misc("Unable to generate PKCS12"),
+     DATE + SEED + REISSUE[:4] + IDENTITY[:1], []),
+    ("export fails", False, lambda p: p.fault("tool", "openssl:pkcs12"),
+     misc("Unable to generate PKCS12"), MKDIRS + SEED + OPENSSL[:3] + SCRATCH + IDENTITY[:1], []),
+    ("export fails, issued", True, lambda p: p.fault("tool", "openssl:pkcs12"),
+     misc("Unable to generate PKCS12"), DATE + SEED + REISSUE[:4] + SCRATCH + IDENTITY[:1], []),
     ("identity unreadable", True, lambda p: p.fault("store-read", "phonecc"),
      BLOCK.split("Product")[0] + misc("Unable to print factory certificate"),
-     DATE + SEED + OPENSSL + SCRATCH + IDENTITY, []),
+     DATE + SEED + REISSUE + SCRATCH + IDENTITY, []),
     ("DES support refused", False, lambda p: p.fault("store-write", "configdatadessupport"),
      BLOCK + misc("Unable to update CONFIGDATA_DES_SUPPORT"),
      MKDIRS + SEED + OPENSSL + SCRATCH + IDENTITY, []),
@@ -143,18 +148,20 @@ RUNS = [
 def test_runs_leave_exactly_the_described_files(unit, issued, setup, output, calls, left):
     if issued:
         gencert(unit)
-        unit.store("configdatadessupport", "")
         pathlib.Path(unit.path, "log/calls").write_text("")
     setup(unit)
     out, _, made = gencert(unit)
     assert out == startup() + transcript(("gencert", output), eof=True)
     assert made == calls
     assert unit.files(C if left is not None else "/reserved").splitlines() == (left or [])
-    assert unit.values()["CONFIGDATA_DES_SUPPORT"] == ("1" if output == BLOCK else "")
+    # Marked only by a run that succeeded; a failed one withdraws an earlier mark.
+    untouched = "1" if issued else ""
+    des = "1" if output == BLOCK else "0" if issued and calls else untouched
+    assert unit.values()["CONFIGDATA_DES_SUPPORT"] == des
 
 
 def test_ftsim_forms(phone):
-    for bad in (["fault", "tool"], ["fault", "tool", "../x"], ["fault", "reserved-readonly", "x"],
+    for bad in (["fault", "tool"], ["fault", "tool", "../x"], ["fault", "tool", "openssl:"], ["fault", "reserved-readonly", "x"],
                 ["files"], ["files", "../.."], ["files", "/reserved/nosuch"]):
         r = ftsim(bad[0], phone.path, *bad[1:])
         assert r.returncode == 2 and r.stderr and not r.stdout, bad

@@ -1,13 +1,14 @@
 """Keypad, headset jack, hookswitch, EHS and cradle: events injected into a
 running console from another process, as a station's fixture presses a key."""
 import os
+import re
 import select
 import subprocess
 import sys
 import threading
 import time
 
-from conftest import FTSIM, QUIT, REPO, ftsim, startup, transcript
+from conftest import FTSIM, QUIT, REPO, ftsim, golden, startup, transcript
 
 sys.path.insert(0, os.path.join(REPO, "sim"))
 from ftsim import dev_input, inject  # noqa: E402
@@ -180,3 +181,51 @@ def test_a_flood_of_key_events_is_read_whole(phone):
         dev_input.records(sim, e) for e in events], "the keypad", sim)).start()
     c.expect("\n" + "".join(f"KeyCode[{code:04x}] value[{value}]\n" for _, code, value in events))
     c.quit()
+
+
+def test_event_lines_never_land_inside_a_console_line(phone):
+    """Help prints each of its lines in two calls; key events keep arriving meanwhile."""
+    c = Console(phone)
+    c.line("key 1", "Start keypad test\n")
+    c.inject("press", "KEY_1", prints="\nKeyCode[0002] value[1]\nKeyCode[0002] value[0]\n")
+    sim = SimPhone(phone.path)
+
+    def press_keys():
+        for _ in range(300):
+            try:
+                inject.write_groups(dev_input.fifo(sim, "event0"), [dev_input.records(
+                    sim, (dev_input.EV_KEY, 30, 1), (dev_input.EV_KEY, 30, 0))], "keypad", sim)
+            except inject.NotDelivered:
+                return
+            time.sleep(0.0005)
+
+    presser = threading.Thread(target=press_keys)
+    presser.start()
+    out, _ = c.proc.communicate(b"help\n" * 40 + b"quit\n", timeout=GUARD)
+    presser.join()
+    # An event line may follow a line end or the waiting prompt, nowhere else.
+    text = (c.out + out).decode()
+    rest = re.sub(r"(?:(?<=\n)|(?<=ft>))KeyCode\[001e\] value\[[01]\]\n", "", text)
+    assert rest == (c.expected + ("help\n\n\n" + golden("help_general.txt") + "ft>") * 40
+                    + "quit\n" + QUIT)
+
+
+def test_a_vanished_device_costs_a_line_a_second(phone):
+    phone.fault("hook-wait")
+    c = Console(phone)
+    started = time.monotonic()
+    phone.unplug("keypad")
+    time.sleep(3)
+    out, _ = c.proc.communicate(b"quit\n", timeout=GUARD)
+    seconds = time.monotonic() - started
+    assert c.proc.returncode == 0
+    lost = "readKeyEvent(): some error or short read - number of bytes = [-1], errno = [19]\n"
+    out = out.decode()
+    assert 2 <= out.count(lost) <= seconds + 1
+    assert out.replace(lost, "") == "quit\n" + QUIT
+    with open(os.path.join(phone.path, "log", "hook-wait")) as f:
+        assert 2 <= len(f.readlines()) <= seconds + 2
+    # A later run finds the keypad gone, and back once plugged in again.
+    piped(phone, ("key 1", "keyTest(): fail - event device is not open\n"), start=startup(keypad=False))
+    phone.plug("keypad")
+    piped(phone, ("key 1", "Start keypad test\n"))

@@ -1,6 +1,7 @@
 """The phone's network and ftsim's knowledge of its running consoles."""
 import hashlib
 import os
+import signal
 import subprocess
 import time
 
@@ -43,7 +44,7 @@ def console(phone):
     c = Console(phone)
     yield c
     if c.proc.poll() is None:
-        c.proc.kill()
+        c.proc.terminate()      # ftsim takes its sandbox and station down with it
         c.proc.wait()
 
 
@@ -89,6 +90,21 @@ def test_interrupt_reaches_only_a_checked_console(phone, console, tmp_path):
     decoy.kill()
     r = ftsim("interrupt", phone.path)
     assert (r.returncode, r.stderr) == (1, f"ftsim: no console runs in {phone.path}\n")
+
+
+@pytest.mark.parametrize("sig", [signal.SIGTERM, signal.SIGKILL])
+def test_stopped_ftsim_leaves_no_station(phone, tmp_path, sig):
+    name = "ftsim-" + key(phone)
+    c = Console(phone)
+    c.proc.send_signal(sig)
+    c.proc.wait(timeout=20)
+    if sig == signal.SIGKILL:
+        assert name in namespaces()     # nothing could clean up: the next run does
+        other = tmp_path / "other"
+        assert ftsim("new", other).returncode == 0
+        in_phone(type(phone)(str(other)), "true")
+    assert name not in namespaces()
+    assert not os.path.exists(f"/run/ftsim/{key(phone)}")
 
 
 def test_station_kept_up_outlives_runs_until_down(phone):

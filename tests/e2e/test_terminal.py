@@ -44,3 +44,17 @@ def test_end_of_input_quits(phone):
     c.expect(pexpect.EOF)
     c.close()
     assert c.exitstatus == 0
+
+
+def test_scanner_separators_are_text(phone):
+    c = spawn(phone)
+    c.expect_exact("ft>")
+    c.sendline("program write phonesn AB\x1dCD\x1c\x1e\x1f")
+    c.expect_exact("PASS\r\nft>")
+    c.sendline("program read phonesn")
+    c.expect_exact('SN_UNIT = "AB\x1dCD\x1c\x1e\x1f"\r\nft>')
+    c.send("\x10\r")                                   # Ctrl+P still recalls the line before
+    c.expect_exact('SN_UNIT = "AB\x1dCD\x1c\x1e\x1f"\r\nft>')
+    c.sendline("quit")
+    c.expect(pexpect.EOF)
+    c.close()

@@ -152,9 +152,11 @@ def ftsim(*args):
 def test_session_over_each_transport(how, phone, tmp_path):
     with connected(how, phone, tmp_path) as c:
         if how != "serial":      # a serial line may join after the start-up lines
-            assert c.banner == "Opening watchdog file at /dev/watchdog ... Disabling watchdog timer.\n"
-        wrote = c.program({"ethaddr": "00:11:22:33:44:55", "phonesn": "SN 7"})
-        assert (wrote.ok, wrote.values) == (True, {"ethaddr": "00:11:22:33:44:55", "phonesn": "SN 7"})
+            assert c.banner == ("Opening watchdog file at /dev/watchdog ... "
+                                "Disabling watchdog timer.\n")
+        values = {"ethaddr": "00:11:22:33:44:55", "phonesn": "SN 7"}
+        wrote = c.program(values)
+        assert (wrote.ok, wrote.values) == (True, values)
         assert c.run("key 1").lines == ["Start keypad test"]
         ftsim("press", phone, "KEY_5")
         assert c.wait_event(r"value\[0\]") == "KeyCode[0006] value[0]"
@@ -183,7 +185,7 @@ def test_events_during_commands_never_reach_their_output(phone):
         replies = []
         while flood.is_alive():
             replies.append(c.run("program list all"))
-        assert all(len(r.lines) == 33 and "KeyCode" not in r.output for r in replies), [(r.lines, r.events) for r in replies if len(r.lines) != 33 or "KeyCode" in r.output][:2]
+        assert all(len(r.lines) == 33 and "KeyCode" not in r.output for r in replies)
         seen = [e for r in replies for e in r.events]
         deadline = time.monotonic() + 10
         while len(seen) < len(codes) and time.monotonic() < deadline:
@@ -201,9 +203,9 @@ def test_interrupt_on_a_terminal_reaches_the_running_command():
         assert reply.lines == ["running", "interrupted"]
 
 
-@pytest.mark.parametrize("terminal", [True, False])
-def test_ctrl_c_reaches_a_simulated_console(phone, terminal):
+def test_ctrl_c_reaches_a_simulated_console_on_a_pipe(phone):
     # At the prompt nothing catches SIGINT: the console ends as the signal ends it.
-    c = Console.simulated(phone, terminal=terminal)
+    # (On a terminal, the production flow's Bluetooth discovery is ended by Ctrl+C.)
+    c = Console.simulated(phone, terminal=False)
     c.interrupt()
-    assert c.wait_end(5) == 130
+    assert c.wait_end(20) == 130

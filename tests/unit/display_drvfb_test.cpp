@@ -6,10 +6,12 @@
 #include <string>
 #include <sys/mman.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 #include "display/drvfb.h"
 #include "display/drvfb_context.h"
+#include "tests/unit/fake_fb_driver.h"
 #include "tests/unit/fake_tolma_display.h"
 
 namespace {
@@ -140,10 +142,54 @@ TEST(DrawingLayer, FailuresAreLoggedOnce) {
     EXPECT_EQ(open_framebuffer(), -1);
     close_framebuffer();
     EXPECT_EQ(get_resolution("/tmp", &v), -1);   // a folder opens but does not read
+    char cell[] = "/tmp/ft-cell-XXXXXX";        // a cell cut short: 2 bytes of 4
+    int fd = mkstemp(cell);
+    ASSERT_EQ(write(fd, "\x03\x20", 2), 2);
+    close(fd);
+    EXPECT_EQ(get_resolution(cell, &v), -1);
+    unlink(cell);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               log("116 of init_framebuffer", "open failed, errno=2\n") + open_failed + open_failed +
-                  open_failed + log("239 of get_resolution", "Failed to read /tmp"));
+                  open_failed + log("239 of get_resolution", "Failed to read /tmp") +
+                  log("239 of get_resolution", "Failed to read " + std::string(cell)));
     EXPECT_EQ(tolma_display.calls, std::vector<std::string>{"Backlight_Init()"});
 }
 
 }  // namespace
+
+// The layer maps xres x yres words: a geometry that overflows the 32-bit size,
+// or outruns the driver's memory, must never be drawn into. It is refused
+// silently and every later open fails, as after a failed start-up.
+TEST(DrawingLayer, GeometryBeyondTheDriversMemoryIsRefused) {
+    struct Case {
+        const char *what;
+        uint32_t xres, yres;
+        bool answers_fixed;
+        uint32_t smem_len;
+        uint32_t size;   // what the layer keeps
+    } cases[] = {
+        {"fits", 800, 480, true, 800 * 480 * 4, 800 * 480 * 4},
+        {"overflows 32 bits", 65537, 16384, true, UINT32_MAX, 0},
+        {"one byte beyond the memory", 800, 480, true, 800 * 480 * 4 - 1, 0},
+        {"driver without fixed information", 800, 480, false, 0, 800 * 480 * 4},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        fb_context.xres = fb_context.yres = fb_context.size = 0;
+        fake_fb = {true, c.xres, c.yres, c.answers_fixed, c.smem_len};
+        testing::internal::CaptureStdout();
+        init_framebuffer();
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        EXPECT_EQ(fb_context.size, c.size);
+        if (c.size == 0) {
+            EXPECT_EQ(fb_context.xres | fb_context.yres, 0u);
+            testing::internal::CaptureStdout();
+            EXPECT_EQ(open_framebuffer(), -1);
+            close_framebuffer();
+            EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                      "libtolma (line 187 of open_framebuffer in files/src/drvFB): mmap failed, "
+                      "errno=22\n");
+        }
+    }
+    fake_fb = {};
+}

@@ -15,6 +15,7 @@
 #include "platform/kernel_modules.h"
 #include "platform/load_file.h"
 #include "platform/tolma.h"
+#include "tests/unit/fake_fb_driver.h"
 #include "wireless/pause.h"
 
 FakeRadio &FakeRadio::get() {
@@ -60,8 +61,9 @@ const char *modules_file() {
     return path;
 }
 
+// The one open of the unit tests: the other fakes' nodes go through it too.
 const char *redirect(const char *path) {
-    return path && std::strcmp(path, "/proc/modules") == 0 ? modules_file() : path;
+    return path && std::strcmp(path, "/proc/modules") == 0 ? modules_file() : fake_device_path(path);
 }
 
 template <typename Fn>
@@ -199,15 +201,24 @@ int hw_get_module(const char *id, const HwModule **module) {
 int Cap_WiFi(int *present) { return *present = 1, 0; }
 int Cap_Bluetooth(int *present) { return *present = 0, 0; }
 
-// With 64-bit file offsets on a 32-bit build the headers already name fopen and
-// open after their 64-bit forms: one definition each then covers both.
-#if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64 && !defined(__LP64__)
-#define FAKE_SUFFIX "64"
-#else
-#define FAKE_SUFFIX ""
+FILE *fopen(const char *path, const char *mode) {
+    return real<FILE *(*)(const char *, const char *)>("fopen")(redirect(path), mode);
+}
+// With 64-bit file offsets (the armhf build) fopen and open already are the
+// *64 symbols: defined once.
+#ifndef __USE_FILE_OFFSET64
 FILE *fopen64(const char *path, const char *mode) {
     return real<FILE *(*)(const char *, const char *)>("fopen64")(redirect(path), mode);
 }
+#endif
+int open(const char *path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    mode_t mode = (flags & O_CREAT) ? va_arg(ap, mode_t) : 0;
+    va_end(ap);
+    return real<int (*)(const char *, int, ...)>("open")(redirect(path), flags, mode);
+}
+#ifndef __USE_FILE_OFFSET64
 int open64(const char *path, int flags, ...) {
     va_list ap;
     va_start(ap, flags);
@@ -216,16 +227,6 @@ int open64(const char *path, int flags, ...) {
     return real<int (*)(const char *, int, ...)>("open64")(redirect(path), flags, mode);
 }
 #endif
-FILE *fopen(const char *path, const char *mode) {
-    return real<FILE *(*)(const char *, const char *)>("fopen" FAKE_SUFFIX)(redirect(path), mode);
-}
-int open(const char *path, int flags, ...) {
-    va_list ap;
-    va_start(ap, flags);
-    mode_t mode = (flags & O_CREAT) ? va_arg(ap, mode_t) : 0;
-    va_end(ap);
-    return real<int (*)(const char *, int, ...)>("open" FAKE_SUFFIX)(redirect(path), flags, mode);
-}
 int access(const char *path, int mode) {
     if (std::strcmp(path, "/dev/mbtchar0") == 0) return radio().char_device ? 0 : (errno = ENOENT, -1);
     return real<int (*)(const char *, int)>("access")(path, mode);

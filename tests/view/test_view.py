@@ -14,7 +14,7 @@ import pytest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "e2e"))
 from conftest import FTSIM, REPO, Phone, ftsim  # noqa: E402
-from test_input import Console  # noqa: E402
+from test_input import Console, SimPhone  # noqa: E402
 
 SHOTS = os.path.join(REPO, "build", "view")
 GUARD = 20           # seconds: only a broken page waits this long
@@ -175,6 +175,20 @@ def test_foreign_hosts_and_missing_tokens_are_refused(phone, view):
     assert (status, phone.show("accessories").splitlines()[1]) == (409, "hook=1"), answer
     assert b"no console is reading" in answer
     assert request(url, "POST", "/action", None, token, b'["run","x"]')[0] == 400
+
+
+def test_verbs_that_change_the_phone_count_a_change(phone):
+    """Without a console: the state changes, and so must the page."""
+    for verb in (["store", "ethaddr", "00:11:22:33:44:55"], ["fault", "leds"], ["fault", "clear"],
+                 ["unplug", "keypad"], ["plug", "keypad"], ["cradle", "disconnected"],
+                 ["hook", "off"], ["ehs", "off"], ["jack", "in", "omtp"], ["set", "model", "corvine"],
+                 ["set", "panel", "32x24"]):
+        before = SimPhone(phone.path).changes()
+        ftsim(verb[0], phone.path, *verb[1:])
+        assert SimPhone(phone.path).changes() == before + 1, verb
+    before = SimPhone(phone.path).changes()
+    ftsim("show", phone.path, "accessories")
+    assert SimPhone(phone.path).changes() == before      # looking changes nothing
 
 
 def test_refuses_what_is_not_a_phone(tmp_path):
