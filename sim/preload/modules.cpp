@@ -132,7 +132,9 @@ std::string identify(const void *image, unsigned long size) {
     DIR *dir = ::opendir(folder.c_str());
     if (!dir) return "";
     std::string found;
-    while (dirent *e = ::readdir(dir)) {
+    // 64-bit entries: this library is built without large-file names, and a
+    // 32-bit readdir gives up on the host's 64-bit inode numbers.
+    while (dirent64 *e = ::readdir64(dir)) {
         std::string file = e->d_name;
         if (file.size() < 4 || file.compare(file.size() - 3, 3, ".ko") != 0) continue;
         std::string text;

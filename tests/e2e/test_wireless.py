@@ -2,12 +2,17 @@
 the phone's Bluetooth stack, as a station sees them."""
 import os
 import subprocess
+import sys
 import time
 
 import pexpect
 import pytest
 
 from conftest import BUILD, FTSIM, QUIT, REPO, startup, transcript
+
+sys.path.insert(0, os.path.join(REPO, "sim"))
+from ftsim import runs  # noqa: E402
+from ftsim.phone import Phone as SimPhone  # noqa: E402
 
 START_FAIL = "ft: Err starting WiFi service\nFAIL\nft : Err: failed to start WiFi service, retry.\n"
 STOP_FAIL = "ft: Err stopping WiFi service\nFAIL\nft : Err: failed to stop WiFi service, retry.\n"
@@ -109,6 +114,15 @@ def test_busy_module_is_tried_ten_times(phone):
     assert module_log(phone).count("delete_module mlan O_NONBLOCK|O_EXCL -> EAGAIN") == 10
 
 
+def read_until(proc, text):
+    """Reads the console's lines until one holds `text`; fails at its end."""
+    while True:
+        line = proc.stdout.readline()
+        assert line, f"the console ended before printing {text!r}"
+        if text in line:
+            return
+
+
 def devices(n):
     """n devices: the first named, with class and type; the rest bare."""
     rows = ["00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60"]
@@ -190,10 +204,28 @@ def test_interrupt_ends_a_scan(phone, tmp_path):
                             stdout=subprocess.PIPE, text=True, bufsize=1)
     proc.stdin.write("bt init\nbt on\nbt scan\n")
     proc.stdin.flush()
-    seen = ""
-    while "Desk-Phone" not in seen:
-        seen += proc.stdout.readline()
+    read_until(proc, "Desk-Phone")
     assert subprocess.run([FTSIM, "interrupt", phone.path]).returncode == 0
     out, _ = proc.communicate("bt off\nquit\n", timeout=30)
     assert out == "BT discovery STOPPED\nft>bt off\nBT state changed: OFF\nft>quit\n" + QUIT
+    assert proc.returncode == 0
+
+
+def test_wlan0_lives_in_the_run_with_the_stored_mac(phone):
+    phone.store("wifiaddr", "00:1A:2B:3C:4D:5E")
+    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
+                            stdout=subprocess.PIPE, text=True, bufsize=1)
+
+    def step(line, last):
+        proc.stdin.write(line + "\n")
+        proc.stdin.flush()
+        read_until(proc, last)
+        ip = runs.phone_net_popen(SimPhone(phone.path), ["ip", "-br", "link", "show", "wlan0"],
+                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        return ip.communicate()[0].split()
+
+    link = step("wifi start", "ft: WiFi started.")
+    assert link[0] == "wlan0" and link[2] == "00:1a:2b:3c:4d:5e" and ",UP" in link[3], link
+    assert step("wifi stop", "ft: WiFi stopped.") == []
+    proc.communicate("quit\n", timeout=30)
     assert proc.returncode == 0
