@@ -33,7 +33,9 @@ __attribute__((constructor)) void read_alloc_fault() {
     DIR *d = opendir(sim::phone_path("faults").c_str());
     if (!d) return;
     size_t limit = SIZE_MAX;
-    while (const dirent *e = readdir(d)) {
+    // readdir64: this library is built without large file offsets, and a 32-bit
+    // readdir fails (EOVERFLOW) on a host file system's 64-bit offsets.
+    while (const dirent64 *e = readdir64(d)) {
         if (std::strncmp(e->d_name, "alloc.", 6) == 0)
             limit = std::strtoull(e->d_name + 6, nullptr, 10);
     }
