@@ -1,7 +1,6 @@
 #include "wireless/bluetooth.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -13,12 +12,11 @@
 #include <unistd.h>
 
 #include "platform/bluetooth.h"
-#include "platform/kernel_modules.h"
-#include "platform/load_file.h"
 #include "platform/shell.h"
 #include "platform/stdout_lock.h"
 #include "platform/tolma.h"
 #include "platform/unique_fd.h"
+#include "wireless/modules.h"
 #include "wireless/pause.h"
 
 namespace {
@@ -27,8 +25,6 @@ constexpr char kModuleName[] = "mbt8xxx";
 constexpr char kModulePath[] = "/system/lib/modules/mbt8xxx.ko";
 constexpr char kCharDevice[] = "/dev/mbtchar0";
 constexpr char kAddressLoader[] = "/system/bin/bd_addr_loader";
-constexpr unsigned long kRemovePauseUs = 500000;
-constexpr int kRemoveAttempts = 10;
 
 constexpr int kAddressPending = 4;
 constexpr int kAddressDone = 0;
@@ -82,6 +78,15 @@ bool wait_for_stack(Done done) {
 
 // ---- callbacks, on the stack's threads ---------------------------------------
 
+// The first usable address among `properties`, or null.
+const BtProperty *find_address(int count, const BtProperty *properties) {
+    for (int i = 0; properties && i < count; ++i) {
+        const BtProperty &p = properties[i];
+        if (p.type == kBtPropAddress && p.val && p.len >= 6) return &p;
+    }
+    return nullptr;
+}
+
 void adapter_state_changed_callback(int state) {
     // The line comes before the flag: the console prints nothing more until it sees the flag.
     std::printf("BT state changed: %s\n", state == kBtStateOn ? "ON" : "OFF");
@@ -95,14 +100,7 @@ void adapter_properties_callback(int status, int count, BtProperty *properties) 
         g_address_state = kAddressFailed;
         return;
     }
-    const BtProperty *address = nullptr;
-    for (int i = 0; status == kBtSuccess && properties && i < count; ++i) {
-        if (properties[i].type == kBtPropAddress && properties[i].val &&
-            properties[i].len >= 6) {
-            address = &properties[i];
-            break;
-        }
-    }
+    const BtProperty *address = status == kBtSuccess ? find_address(count, properties) : nullptr;
     if (!address) {
         g_address_state = kAddressFailed;
         return;
@@ -157,14 +155,8 @@ int32_t value32(const BtProperty &p) {
 
 void device_found_callback(int count, BtProperty *properties) {
     std::lock_guard<std::mutex> lock(g_table_lock);
-    if (g_count >= kBtMaxDevices || !properties) return;
-    const BtProperty *address = nullptr;
-    for (int i = 0; i < count; ++i) {
-        if (properties[i].type == kBtPropAddress && properties[i].val && properties[i].len >= 6) {
-            address = &properties[i];
-            break;
-        }
-    }
+    if (g_count >= kBtMaxDevices) return;
+    const BtProperty *address = find_address(count, properties);
     if (!address) return;
     BtDeviceRecord *d = nullptr;
     for (uint8_t i = 0; i < g_count; ++i) {
@@ -274,16 +266,12 @@ BtOsCallouts g_callouts = {
 // ---- the module ----------------------------------------------------------------
 
 int insmod() {
-    unsigned size = 0;
-    void *image = load_file(kModulePath, &size);
-    if (!image) {
-        std::puts("insmod(): failed to load file");
-        return -1;
+    switch (load_module(kModulePath, "")) {
+    case ModuleLoad::kLoaded: return ::access(kCharDevice, F_OK);
+    case ModuleLoad::kNoImage: std::puts("insmod(): failed to load file"); return -1;
+    case ModuleLoad::kRefused: return -1;
     }
-    int rc = init_module(image, size, "");
-    std::free(image);
-    if (rc != 0) return rc;
-    return ::access(kCharDevice, F_OK);
+    return -1;
 }
 
 void clear_table() {
@@ -315,15 +303,7 @@ int is_module_loaded() {
     return std::strstr(text, kModuleName) ? 1 : 0;
 }
 
-int unload_bt_module() {
-    int rc = -1;
-    for (int attempt = 0; attempt < kRemoveAttempts; ++attempt) {
-        rc = delete_module(kModuleName, O_NONBLOCK | O_EXCL);
-        if (rc == 0 || errno != EAGAIN) break;
-        wireless_sleep_us(kRemovePauseUs);
-    }
-    return rc;
-}
+int unload_bt_module() { return remove_module(kModuleName); }
 
 int btTestInit() {
     int result;

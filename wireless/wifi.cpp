@@ -2,17 +2,13 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 
-#include "platform/kernel_modules.h"
-#include "platform/load_file.h"
 #include "platform/shell.h"
-#include "platform/stdout_lock.h"
 #include "platform/tolma.h"
 #include "platform/unique_fd.h"
+#include "wireless/modules.h"
 #include "wireless/pause.h"
 
 namespace {
@@ -24,7 +20,6 @@ constexpr char kSdParams[] =
     "reg_alpha2=00 sta_name=wlan uap_name=wlan wfd_name=wlan cal_data_cfg=none";
 constexpr char kMacFile[] = "/sys/class/net/wlan0/address";
 
-constexpr int kRemoveAttempts = 10;
 constexpr int kUnloadChecks = 20;
 constexpr unsigned long kHalfSecondUs = 500000;
 constexpr unsigned long kScanSettleUs = 1000000;
@@ -32,14 +27,29 @@ constexpr unsigned long kScanSettleUs = 1000000;
 constexpr char kStartFailed[] = "FAIL\nft : Err: failed to start WiFi service, retry.";
 constexpr char kStopFailed[] = "FAIL\nft : Err: failed to stop WiFi service, retry.";
 
-// 0 when the image was read and linked into the kernel.
-int load_module(const char *path, const char *params) {
-    unsigned size = 0;
-    void *image = load_file(path, &size);
-    if (!image) return -1;
-    int rc = init_module(image, size, params);
-    std::free(image);
-    return rc < 0 ? -1 : 0;
+// What a failed load reports; its first line has no line end: the next line's
+// text ends it, as on the phone.
+using LoadFailure = char[256];
+
+// Loads mlan, then sd8xxx; 0, or -1 with the report in `failure`. The report
+// is printed after the removal's retries, in one call: no event line may come
+// inside it, and no reader waits for the retries.
+int load_driver(LoadFailure &failure) {
+    if (load_module(kMlanPath, "") != ModuleLoad::kLoaded) {
+        std::snprintf(failure, sizeof failure, "wifi_load_driver %s failed", kMlanPath);
+        return -1;
+    }
+    if (load_module(kSdPath, kSdParams) == ModuleLoad::kLoaded) return 0;
+    // No half-loaded driver: mlan goes again.
+    if (remove_module("mlan") == 0) {
+        std::snprintf(failure, sizeof failure, "wifi_load_driver %s failed", kSdPath);
+    } else {
+        std::snprintf(failure, sizeof failure,
+                      "wifi_load_driver %s failedUnable to unload driver module \"mlan\": %s\n"
+                      "wifi_load_driver : failed to unload %s\n",
+                      kSdPath, std::strerror(errno), kSdPath);
+    }
+    return -1;
 }
 
 }  // namespace
@@ -59,30 +69,15 @@ extern "C" int is_wifi_driver_loaded() {
 }
 
 int unload_driver_module(const char *name) {
-    int rc = -1;
-    int err = 0;
-    for (int attempt = 0; attempt < kRemoveAttempts; ++attempt) {
-        rc = delete_module(name, O_NONBLOCK | O_EXCL);
-        if (rc == 0) return 0;
-        err = errno;
-        // Only a module busy for the moment is worth waiting for.
-        if (err != EAGAIN) break;
-        wireless_sleep_us(kHalfSecondUs);
-    }
-    std::printf("Unable to unload driver module \"%s\": %s\n", name, std::strerror(err));
-    return rc;
+    if (remove_module(name) == 0) return 0;
+    std::printf("Unable to unload driver module \"%s\": %s\n", name, std::strerror(errno));
+    return -1;
 }
 
 extern "C" int wifi_load_driver() {
-    if (load_module(kMlanPath, "") != 0) {
-        std::printf("wifi_load_driver %s failed", kMlanPath);
-        return -1;
-    }
-    if (load_module(kSdPath, kSdParams) == 0) return 0;
-    // No half-loaded driver: mlan goes again.
-    std::printf("wifi_load_driver %s failed", kSdPath);
-    if (unload_driver_module("mlan") != 0)
-        std::printf("wifi_load_driver : failed to unload %s\n", kSdPath);
+    LoadFailure failure;
+    if (load_driver(failure) == 0) return 0;
+    std::fputs(failure, stdout);
     return -1;
 }
 
@@ -107,15 +102,10 @@ int wifi_start() {
         std::puts("ft : WiFi service already running.");
         return 0;
     }
-    {
-        // "wifi_load_driver ... failed" has no line end: the next line's text
-        // ends it, and no event line may come in between.
-        StdoutLock hold;
-        if (wifi_load_driver() == -1) {
-            std::puts("ft: Err starting WiFi service");
-            std::puts(kStartFailed);
-            return -1;
-        }
+    LoadFailure failure;
+    if (load_driver(failure) != 0) {
+        std::printf("%sft: Err starting WiFi service\n%s\n", failure, kStartFailed);
+        return -1;
     }
     if (shell_run("ip link set wlan0 up") == -1) {
         std::printf("ft: Err starting WiFi service errno = %d\n", errno);

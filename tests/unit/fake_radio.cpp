@@ -154,6 +154,15 @@ int open_device(const HwModule *, const char *, HwDevice **device) {
     return 0;
 }
 
+FILE *redirected_fopen(const char *name, const char *path, const char *mode) {
+    return real<FILE *(*)(const char *, const char *)>(name)(redirect(path), mode);
+}
+
+int redirected_open(const char *name, const char *path, int flags, va_list ap) {
+    mode_t mode = (flags & O_CREAT) ? va_arg(ap, mode_t) : 0;
+    return real<int (*)(const char *, int, ...)>(name)(redirect(path), flags, mode);
+}
+
 std::string module_of(const char *path) {
     std::string name = std::strrchr(path, '/') + 1;
     return name.substr(0, name.size() - 3);
@@ -201,30 +210,24 @@ int hw_get_module(const char *id, const HwModule **module) {
 int Cap_WiFi(int *present) { return *present = 1, 0; }
 int Cap_Bluetooth(int *present) { return *present = 0, 0; }
 
-FILE *fopen(const char *path, const char *mode) {
-    return real<FILE *(*)(const char *, const char *)>("fopen")(redirect(path), mode);
+FILE *fopen(const char *path, const char *mode) { return redirected_fopen("fopen", path, mode); }
+int open(const char *path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    int fd = redirected_open("open", path, flags, ap);
+    va_end(ap);
+    return fd;
 }
 // With 64-bit file offsets (the armhf build) fopen and open already are the
 // *64 symbols: defined once.
 #ifndef __USE_FILE_OFFSET64
-FILE *fopen64(const char *path, const char *mode) {
-    return real<FILE *(*)(const char *, const char *)>("fopen64")(redirect(path), mode);
-}
-#endif
-int open(const char *path, int flags, ...) {
-    va_list ap;
-    va_start(ap, flags);
-    mode_t mode = (flags & O_CREAT) ? va_arg(ap, mode_t) : 0;
-    va_end(ap);
-    return real<int (*)(const char *, int, ...)>("open")(redirect(path), flags, mode);
-}
-#ifndef __USE_FILE_OFFSET64
+FILE *fopen64(const char *path, const char *mode) { return redirected_fopen("fopen64", path, mode); }
 int open64(const char *path, int flags, ...) {
     va_list ap;
     va_start(ap, flags);
-    mode_t mode = (flags & O_CREAT) ? va_arg(ap, mode_t) : 0;
+    int fd = redirected_open("open64", path, flags, ap);
     va_end(ap);
-    return real<int (*)(const char *, int, ...)>("open64")(redirect(path), flags, mode);
+    return fd;
 }
 #endif
 int access(const char *path, int mode) {
