@@ -2,7 +2,6 @@
 the phone's Bluetooth stack, as a station sees them."""
 import os
 import subprocess
-import sys
 import time
 
 import pexpect
@@ -10,12 +9,7 @@ import pytest
 
 from conftest import BUILD, FTSIM, QUIT, REPO, startup, transcript
 
-sys.path.insert(0, os.path.join(REPO, "sim"))
-from ftsim import runs  # noqa: E402
-from ftsim.phone import Phone as SimPhone  # noqa: E402
-
 START_FAIL = "ft: Err starting WiFi service\nFAIL\nft : Err: failed to start WiFi service, retry.\n"
-STOP_FAIL = "ft: Err stopping WiFi service\nFAIL\nft : Err: failed to stop WiFi service, retry.\n"
 PARAMS = "reg_alpha2=00 sta_name=wlan uap_name=wlan wfd_name=wlan cal_data_cfg=none"
 HEADER = "Name                 Address           Class    Type  RSSI\n"
 
@@ -42,18 +36,11 @@ def test_driver_calls_are_exported_by_name():
 
 def test_wifi_session(phone, tmp_path):
     phone.store("wifiaddr", "00:1A:2B:3C:4D:5E")
-    phone.wifi("aps", write(tmp_path, "aps", "Lab 6 -45\nGuest 36 -71\n"))
+    phone.wifi("aps", write(tmp_path, "aps", "Guest 36 -71\n"))
     out, rc = phone.run("wifi cap", "wifi start", "wifi start", "wifi mac_get", "wifi scan",
-                        "wifi stop", "wifi stop", "mfg wifi start")
+                        "wifi stop", "wifi stop")
     scan = ("wlan0     Scan completed :\n"
             "          Cell 01 - Address: 02:00:00:00:01:01\n"
-            "                    Channel:6\n"
-            "                    Frequency:2.437 GHz (Channel 6)\n"
-            "                    Quality=65/70  Signal level=-45 dBm  \n"
-            "                    Encryption key:on\n"
-            "                    ESSID:\"Lab\"\n"
-            "                    Mode:Master\n"
-            "          Cell 02 - Address: 02:00:00:00:01:02\n"
             "                    Channel:36\n"
             "                    Frequency:5.18 GHz (Channel 36)\n"
             "                    Quality=39/70  Signal level=-71 dBm  \n"
@@ -68,9 +55,8 @@ def test_wifi_session(phone, tmp_path):
         ("wifi mac_get", running + "ft : MAC Address\n00:1a:2b:3c:4d:5e\n"),
         ("wifi scan", running + "ft: Initiating wifi scan... \n" + scan + "ft: Done, check AP list above. \n"),
         ("wifi stop", "ft: WiFi stopped.\n"),
-        ("wifi stop", "ft : WiFi service already stopped.\n"),
-        ("mfg wifi start", ""), eof=True), 0)
-    assert module_log(phone) == [f'init_module mlan "" -> 0', f'init_module sd8xxx "{PARAMS}" -> 0',
+        ("wifi stop", "ft : WiFi service already stopped.\n"), eof=True), 0)
+    assert module_log(phone) == ['init_module mlan "" -> 0', f'init_module sd8xxx "{PARAMS}" -> 0',
                                  "delete_module sd8xxx O_NONBLOCK|O_EXCL -> 0",
                                  "delete_module mlan O_NONBLOCK|O_EXCL -> 0"]
     assert phone.show("modules") == f"loaded=\nmlan.params=\nsd8xxx.params={PARAMS}\nwlan0=absent\nmbtchar0=absent\n"
@@ -79,7 +65,7 @@ def test_wifi_session(phone, tmp_path):
     assert out == startup() + transcript(("wifi cap", "FAIL\n"), eof=True)
 
 
-def test_wifi_half_loaded_and_stuck(phone):
+def test_wifi_half_loaded_then_a_boot(phone):
     phone.fault("module-missing", "sd8xxx")
     out, _ = phone.run("wifi start")
     assert out == startup() + transcript(
@@ -87,40 +73,11 @@ def test_wifi_half_loaded_and_stuck(phone):
     assert module_log(phone)[-1] == "delete_module mlan O_NONBLOCK|O_EXCL -> 0"
     assert phone.show("modules").startswith("loaded=\n")
 
-    # The driver stays listed: 20 checks half a second apart, then one more pause.
-    phone.fault("clear")
-    phone.fault("module-stuck", "sd8xxx")
-    began = time.monotonic()
-    out, _ = phone.run("wifi start", "wifi stop", timeout=60)
-    assert time.monotonic() - began >= 10.5
-    assert out == startup() + transcript(("wifi start", "ft: WiFi started.\n"), ("wifi stop", STOP_FAIL)) + \
-        'ft>Unable to unload driver module "sd8xxx": No such file or directory\n' + STOP_FAIL
-    assert phone.show("modules").startswith("loaded=sd8xxx*\n")
-
     # Every run is a boot: nothing is left loaded.
     phone.fault("clear")
     out, _ = phone.run("wifi stop", "wifi start")
     assert out.endswith(transcript(("wifi stop", "ft : WiFi service already stopped.\n"),
                                    ("wifi start", "ft: WiFi started.\n")) + "ft>ft: WiFi stopped.\n")
-
-
-def test_busy_module_is_tried_ten_times(phone):
-    phone.fault("module-busy", "mlan")
-    out, _ = phone.run("wifi start", "wifi stop", timeout=60)
-    assert out == startup() + transcript(
-        ("wifi start", "ft: WiFi started.\n"),
-        ("wifi stop", 'Unable to unload driver module "mlan": Resource temporarily unavailable\n' + STOP_FAIL),
-        eof=True)
-    assert module_log(phone).count("delete_module mlan O_NONBLOCK|O_EXCL -> EAGAIN") == 10
-
-
-def read_until(proc, text):
-    """Reads the console's lines until one holds `text`; fails at its end."""
-    while True:
-        line = proc.stdout.readline()
-        assert line, f"the console ended before printing {text!r}"
-        if text in line:
-            return
 
 
 def devices(n):
@@ -195,37 +152,3 @@ def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path):
     c.expect(pexpect.EOF)
     c.close()
     assert c.exitstatus == 0
-
-
-def test_interrupt_ends_a_scan(phone, tmp_path):
-    phone.bt("devices", write(tmp_path, "devices", devices(1)))
-    phone.set("bt-discovery-ms", "30000")
-    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
-                            stdout=subprocess.PIPE, text=True, bufsize=1)
-    proc.stdin.write("bt init\nbt on\nbt scan\n")
-    proc.stdin.flush()
-    read_until(proc, "Desk-Phone")
-    assert subprocess.run([FTSIM, "interrupt", phone.path]).returncode == 0
-    out, _ = proc.communicate("bt off\nquit\n", timeout=30)
-    assert out == "BT discovery STOPPED\nft>bt off\nBT state changed: OFF\nft>quit\n" + QUIT
-    assert proc.returncode == 0
-
-
-def test_wlan0_lives_in_the_run_with_the_stored_mac(phone):
-    phone.store("wifiaddr", "00:1A:2B:3C:4D:5E")
-    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
-                            stdout=subprocess.PIPE, text=True, bufsize=1)
-
-    def step(line, last):
-        proc.stdin.write(line + "\n")
-        proc.stdin.flush()
-        read_until(proc, last)
-        ip = runs.phone_net_popen(SimPhone(phone.path), ["ip", "-br", "link", "show", "wlan0"],
-                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        return ip.communicate()[0].split()
-
-    link = step("wifi start", "ft: WiFi started.")
-    assert link[0] == "wlan0" and link[2] == "00:1a:2b:3c:4d:5e" and ",UP" in link[3], link
-    assert step("wifi stop", "ft: WiFi stopped.") == []
-    proc.communicate("quit\n", timeout=30)
-    assert proc.returncode == 0

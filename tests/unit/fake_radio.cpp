@@ -26,7 +26,7 @@ FakeRadio &FakeRadio::get() {
 void FakeRadio::reset() { *this = FakeRadio{}; }
 
 void FakeRadio::post(unsigned ms, std::function<void()> event) {
-    if (!silent) events.push_back({now_us + ms * 1000ull, std::move(event)});
+    events.push_back({now_us + ms * 1000ull, std::move(event)});
 }
 
 namespace {
@@ -77,38 +77,23 @@ void report_state(int state) { radio().callbacks->adapter_state_changed(state); 
 void report_discovery(int state) { radio().callbacks->discovery_state_changed(state); }
 
 int stack_init(BtCallbacks *cb) {
-    radio().stack_calls.push_back("init");
     if (cb->size != sizeof(BtCallbacks)) return kBtFail;
     radio().callbacks = cb;
     return kBtSuccess;
 }
 int stack_set_os_callouts(BtOsCallouts *c) {
-    radio().stack_calls.push_back("set_os_callouts");
     return c->size == sizeof(BtOsCallouts) ? kBtSuccess : kBtFail;
 }
 int stack_enable(bool) {
-    radio().stack_calls.push_back("enable");
-    if (radio().enable_status) return radio().enable_status;
     radio().post(250, [] { report_state(kBtStateOn); });
     return kBtSuccess;
 }
 int stack_disable() {
-    radio().stack_calls.push_back("disable");
     radio().post(100, [] { report_state(kBtStateOff); });
     return kBtSuccess;
 }
-void stack_cleanup() { radio().stack_calls.push_back("cleanup"); }
-int stack_get_adapter_property(int type) {
-    radio().stack_calls.push_back("get_adapter_property " + std::to_string(type));
-    radio().post(40, [] {
-        static uint8_t address[6] = {0xaa, 0xbb, 0xcc, 0x0d, 0xee, 0x0f};
-        BtProperty prop = {kBtPropAddress, 6, address};
-        radio().callbacks->adapter_properties(kBtSuccess, 1, &prop);
-    });
-    return kBtSuccess;
-}
+void stack_cleanup() {}
 int stack_start_discovery() {
-    radio().stack_calls.push_back("start_discovery");
     radio().post(50, [] {
         report_discovery(kBtDiscoveryStarted);
         for (auto &event : radio().discovery) {
@@ -122,7 +107,7 @@ int stack_start_discovery() {
     return kBtSuccess;
 }
 int stack_cancel_discovery() {
-    radio().stack_calls.push_back("cancel_discovery");
+    ++radio().cancels;
     radio().post(20, [] { report_discovery(kBtDiscoveryStopped); });
     return kBtSuccess;
 }
@@ -135,7 +120,6 @@ const BtInterface *interface() {
         b.enable = stack_enable;
         b.disable = stack_disable;
         b.cleanup = stack_cleanup;
-        b.get_adapter_property = stack_get_adapter_property;
         b.start_discovery = stack_start_discovery;
         b.cancel_discovery = stack_cancel_discovery;
         b.set_os_callouts = stack_set_os_callouts;

@@ -19,11 +19,9 @@ struct FakeRadio {
 
     // Stack.
     BtCallbacks *callbacks = nullptr;
-    bool silent = false;
-    int enable_status = 0;
     bool ends_discovery = true;                    // false: STOPPED only after a cancel
     std::vector<std::pair<unsigned, std::vector<BtProperty>>> discovery;   // ms after STARTED
-    std::vector<std::string> stack_calls;
+    unsigned cancels = 0;
 
     // Virtual clock, in microseconds; `interrupt_at` raises SIGINT once it passes.
     unsigned long long now_us = 0;

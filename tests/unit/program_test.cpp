@@ -4,7 +4,7 @@
 #include <regex>
 #include <string>
 
-#include "shell/dispatch.h"
+#include "tests/unit/console_line.h"
 #include "tests/unit/fake_eeprom.h"
 #include "tests/unit/fake_shell.h"
 
@@ -12,14 +12,6 @@ namespace {
 
 bool ends_with(const std::string &s, const std::string &tail) {
     return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-std::string run(const char *text) {
-    static CommandLine line;
-    split_line(text, line.words);
-    testing::internal::CaptureStdout();
-    dispatch(line);
-    return testing::internal::GetCapturedStdout();
 }
 
 class Program : public testing::Test {
