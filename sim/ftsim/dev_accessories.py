@@ -8,7 +8,7 @@ import os
 
 from ftsim import inject
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import DEVICES, FAULTS, HELP, UsageError, phone_arg, register_verb
+from ftsim.registry import DEVICES, HELP, UsageError, add_fault, phone_arg, register_verb
 
 HOOK_STATES = {"on": b"0", "off": b"1"}
 CRADLE_STATES = {"disconnected": 0, "connected": 1}
@@ -53,20 +53,15 @@ class Charger:
 
 DEVICES["accessories"] = Accessories()
 DEVICES["charger"] = Charger()
-FAULTS["hook-state"] = None
-FAULTS["cradle-state"] = None
-FAULTS["charger"] = None
-FAULTS["hook-wait"] = None
-FAULTS["ehs-wait"] = None
 HELP["device", "accessories"] = "every accessory's state"
 HELP["device", "charger"] = "the Bluetooth handset's charger: charger=on|off"
-HELP["fault", "hook-state"] = "reading the hookswitch state fails"
-HELP["fault", "cradle-state"] = "reading the cradle's connection fails"
-HELP["fault", "charger"] = "switching the handset's charger fails"
-HELP["fault", "hook-wait"] = ("the hookswitch's wait call fails (-1) at once; "
-                              "each failed call is a line in log/hook-wait")
-HELP["fault", "ehs-wait"] = ("the EHS's wait call fails (-1) at once; "
-                             "each failed call is a line in log/ehs-wait")
+add_fault("hook-state", "reading the hookswitch state fails")
+add_fault("cradle-state", "reading the cradle's connection fails")
+add_fault("charger", "switching the handset's charger fails")
+add_fault("hook-wait", "the hookswitch's wait call fails (-1) at once; "
+                       "each failed call is a line in log/hook-wait")
+add_fault("ehs-wait", "the EHS's wait call fails (-1) at once; "
+                      "each failed call is a line in log/ehs-wait")
 
 
 def _hook_verb(which, what):

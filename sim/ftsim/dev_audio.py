@@ -13,7 +13,7 @@ import struct
 from ftsim import sandbox
 from ftsim.devices import FileNode
 from ftsim.phone import write_atomically
-from ftsim.registry import FAULTS, HELP, UsageError, device
+from ftsim.registry import HELP, UsageError, add_fault, device
 
 PCM = "pcmC1D5p"
 AMP = os.path.join("sys", "class", "audio_ports_ctl", "wired_handset")
@@ -47,10 +47,8 @@ def control_name(name):
 
 
 control_name.metavar = "NAME"
-FAULTS["mixer-control"] = control_name
-FAULTS["pcm-write"] = None
-HELP["fault", "mixer-control"] = "sound card 1 has no control NAME (\"Mono Playback Switch\")"
-HELP["fault", "pcm-write"] = "every write to the playback stream fails"
+add_fault("mixer-control", "sound card 1 has no control NAME (\"Mono Playback Switch\")", control_name)
+add_fault("pcm-write", "every write to the playback stream fails")
 HELP["device", "soundcard"] = "sound card 1's nodes under /dev/snd: present="
 HELP["device", "mixer"] = "every control of sound card 1 as NAME=VALUE[,VALUE...]"
 HELP["device", "pcm"] = "the playback stream: playing=, its format, bytes= written"

@@ -14,8 +14,8 @@ import zlib
 
 from ftsim.devices import FileNode
 from ftsim.phone import Phone, create_file, write_atomically
-from ftsim.registry import (DEVICES, FAULTS, HELP, NEW_OPTIONS, SETTINGS, UsageError, phone_arg,
-                            register_verb)
+from ftsim.registry import (DEVICES, HELP, NEW_OPTIONS, SETTINGS, UsageError, add_fault,
+                            phone_arg, register_verb)
 
 TIMING = os.path.join("device-tree", "soc", "i2c@9844000", "dvo_to_mipi@E",
                       "display-timings", "timing")
@@ -139,14 +139,12 @@ HELP["device", "panel-timings"] = "the device tree's panel size: hactive=, vacti
 HELP["device", "backlight"] = "power=on|off, level=, max="
 HELP["device", "leds"] = "state=on|off|flash, on_ms=, off_ms="
 
-for _fault in ("fb-vscreeninfo", "fb-pan", "fb-mmap", "backlight", "backlight-max", "leds"):
-    FAULTS[_fault] = None
-HELP["fault", "fb-vscreeninfo"] = "reading the screen's geometry fails (EINVAL)"
-HELP["fault", "fb-pan"] = "panning the framebuffer fails (EINVAL)"
-HELP["fault", "fb-mmap"] = "mapping the framebuffer fails (ENOMEM)"
-HELP["fault", "backlight"] = "every backlight call fails"
-HELP["fault", "backlight-max"] = "the maximum brightness is unknown"
-HELP["fault", "leds"] = "the LED calls fail"
+add_fault("fb-vscreeninfo", "reading the screen's geometry fails (EINVAL)")
+add_fault("fb-pan", "panning the framebuffer fails (EINVAL)")
+add_fault("fb-mmap", "mapping the framebuffer fails (ENOMEM)")
+add_fault("backlight", "every backlight call fails")
+add_fault("backlight-max", "the maximum brightness is unknown")
+add_fault("leds", "the LED calls fail")
 
 
 def set_panel(phone, value):
@@ -155,7 +153,6 @@ def set_panel(phone, value):
     if not os.path.isdir(folder) and os.path.isdir(phone.p("unplugged", "panel-timings")):
         folder = phone.p("unplugged", "panel-timings")
     write_timings(folder, *parse_size(value))
-    phone.note_change()
 
 
 SETTINGS["panel"] = ("panel WxH", set_panel)

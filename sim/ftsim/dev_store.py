@@ -4,7 +4,7 @@ import os
 import re
 
 from ftsim.phone import REPO, Phone, write_atomically
-from ftsim.registry import DEVICES, FAULTS, HELP, Usage, UsageError, phone_arg, register_verb
+from ftsim.registry import DEVICES, HELP, Usage, UsageError, add_fault, phone_arg, register_verb
 
 _PARAMS_INC = os.path.join(REPO, "sim", "libeeprom", "params.inc")
 PARAMS = re.findall(r'^PARAM\("([^"]+)", "([^"]+)"\)', open(_PARAMS_INC).read(), re.M)
@@ -40,15 +40,11 @@ class Store:
 
 
 DEVICES["store"] = Store()
-FAULTS["store-read"] = storage_name
-FAULTS["store-write"] = storage_name
-FAULTS["store-mode"] = None
-FAULTS["shell"] = None
 HELP["device", "store"] = "the factory-data store, NAME=VALUE per parameter"
-HELP["fault", "store-read"] = "reading that parameter fails"
-HELP["fault", "store-write"] = "writing that parameter fails"
-HELP["fault", "store-mode"] = "leaving factory mode fails"
-HELP["fault", "shell"] = "no shell can be started (system returns -1)"
+add_fault("store-read", "reading that parameter fails", storage_name)
+add_fault("store-write", "writing that parameter fails", storage_name)
+add_fault("store-mode", "leaving factory mode fails")
+add_fault("shell", "no shell can be started (system returns -1)")
 
 
 @register_verb("store", "the factory-data store, or sets one of its parameters")

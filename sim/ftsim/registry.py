@@ -8,7 +8,8 @@ package, loaded by the command line) registers here:
   The function's optional `metavar` attribute names the argument in help (ARG).
 - SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
   A WHAT ending in '.' ("switch.") takes every WHAT that starts with it and is
-  longer; its function is called as function(phone, value, what).
+  longer; its function is called as function(phone, value, what). `ftsim set`
+  counts the change for the live view (Phone.note_change) itself.
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
 - RUN_HOOKS: functions(phone, build) -> extra bubblewrap arguments, called as
@@ -28,8 +29,7 @@ package, loaded by the command line) registers here:
         parser.add_argument("dir", metavar="DIR", help="a folder of the phone")
         return lambda args: list_folder(Phone(args.phone).require(), args.dir)
 
-    FAULTS["usb-io"] = None
-    HELP["fault", "usb-io"] = "every USB transfer fails"
+    add_fault("usb-io", "every USB transfer fails")
 
 The older COMMANDS[name] = (usage line, function(list of words) -> exit status)
 still works: such a verb takes the rest of the command line as it is.
@@ -59,6 +59,12 @@ def device(cls):
     obj = cls()
     DEVICES[obj.name] = obj
     return cls
+
+
+def add_fault(name, help, check=None):
+    """Registers the fault `name` with its help line; check as FAULTS describes."""
+    FAULTS[name] = check
+    HELP["fault", name] = help
 
 
 def register_verb(name, help, setup=None):
