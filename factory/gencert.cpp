@@ -288,19 +288,11 @@ int gen_self_signed_cert() {
         REPORT("gencert can only be executed in factory mode\n");
         return -1;
     }
-    switch (make_identity()) {
-    case Outcome::kNoDeviceKey:
-        // The new seed may stay; the next run removes it before making another.
-        withdraw_des_support();
-        return -1;
-    case Outcome::kFailed:
-        clean_up(false);
-        withdraw_des_support();
-        return -1;
-    case Outcome::kDone:
-        break;
-    }
-    if (clean_up(true) == 0) return 0;
+    Outcome outcome = make_identity();
+    if (outcome == Outcome::kDone && clean_up(true) == 0) return 0;
+    // Without a device key the new seed may stay; the next run removes it
+    // before making another.
+    if (outcome == Outcome::kFailed) clean_up(false);
     withdraw_des_support();
     return -1;
 }

@@ -87,6 +87,30 @@ int stopEventReader(std::atomic<int> &fd, pthread_t thread, int stop_signal, con
     return 0;
 }
 
+EventRead readEventRecord(const char *who, const std::atomic<int> &fd,
+                          const std::atomic<bool> &stop, int stop_signal,
+                          bool (*is_wanted)(uint16_t type), InputEvent &ev) {
+    int device = fd.load();
+    if (device < 0) {
+        std::printf("%s(): fail - event device is not open\n", who);
+        return EventRead::kNotOpen;
+    }
+    for (;;) {
+        errno = 0;
+        ssize_t n = read(device, &ev, sizeof ev);
+        if (n < static_cast<ssize_t>(sizeof ev)) {
+            if (errno == EINTR) return EventRead::kInterrupted;
+            if (!stop.load())
+                std::printf("%s(): some error or short read - number of bytes = [%d], "
+                            "errno = [%d]\n",
+                            who, static_cast<int>(n), errno);
+            pauseReader(stop_signal, stop);
+            return EventRead::kCutShort;
+        }
+        if (is_wanted(ev.type)) return EventRead::kRecord;
+    }
+}
+
 void pauseReader(int stop_signal, const std::atomic<bool> &stop) {
     sigset_t block, waiting;
     sigemptyset(&block);

@@ -39,6 +39,14 @@ enum class EventRead { kRecord, kNotOpen, kInterrupted, kCutShort };
 // is never slept through.
 void pauseReader(int stop_signal, const std::atomic<bool> &stop);
 
+// Reads `fd` up to the next record whose type `is_wanted` takes. Reports
+// "<who>(): fail - event device is not open" without a device, and a read cut
+// short (unless `stop` is set) as "<who>(): some error or short read - ...",
+// then pauses (pauseReader with `stop_signal`) before the caller reads again.
+EventRead readEventRecord(const char *who, const std::atomic<int> &fd,
+                          const std::atomic<bool> &stop, int stop_signal,
+                          bool (*is_wanted)(uint16_t type), InputEvent &ev);
+
 // Starts `entry` on a thread of its own (default attributes) with
 // `stop_signal` blocked: the thread unblocks it once its handler is in place
 // (installStopHandler), so a stop sent that early waits instead of killing the

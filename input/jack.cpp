@@ -1,7 +1,6 @@
 #include "input/jack.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -42,25 +41,10 @@ int openInputDevice() { return openEventDevice("openInputDevice", isJackInputDev
 
 void jackStopHandler(int) { g_jack.stop.store(true); }
 
+bool isJackRecord(uint16_t type) { return type == EV_SW || type == EV_SYN || type == EV_KEY; }
+
 EventRead readJackEvent(InputEvent &ev) {
-    int fd = g_jack.fd.load();
-    if (fd < 0) {
-        std::puts("readJackEvent(): fail - event device is not open");
-        return EventRead::kNotOpen;
-    }
-    for (;;) {
-        errno = 0;
-        ssize_t n = read(fd, &ev, sizeof ev);
-        if (n < static_cast<ssize_t>(sizeof ev)) {
-            if (errno == EINTR) return EventRead::kInterrupted;
-            if (!g_jack.stop.load())
-                std::printf("readJackEvent(): some error or short read - number of bytes = [%d], "
-                            "errno = [%d]\n",
-                            static_cast<int>(n), errno);
-            return EventRead::kCutShort;
-        }
-        if (ev.type == EV_SW || ev.type == EV_SYN || ev.type == EV_KEY) return EventRead::kRecord;
-    }
+    return readEventRecord("readJackEvent", g_jack.fd, g_jack.stop, kStopSignal, isJackRecord, ev);
 }
 
 void *jackTrackThread(void *) {
@@ -74,9 +58,7 @@ void *jackTrackThread(void *) {
     }
     while (!g_jack.stop.load()) {
         InputEvent ev;
-        EventRead r = readJackEvent(ev);
-        if (r == EventRead::kCutShort) pauseReader(kStopSignal, g_jack.stop);
-        if (r == EventRead::kRecord) g_jack.tracker.handle(ev, g_jack.reporting);
+        if (readJackEvent(ev) == EventRead::kRecord) g_jack.tracker.handle(ev, g_jack.reporting);
     }
     return readerExit(0);
 }

@@ -1,7 +1,6 @@
 #include "input/keypad.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -45,25 +44,10 @@ int openKeypadDevice() { return openEventDevice("openKeypadDevice", isKeypadDevi
 
 void keyStopHandler(int) { g_key.stop.store(true); }
 
+bool isKeyRecord(uint16_t type) { return type == EV_KEY; }
+
 EventRead readKeyEvent(InputEvent &ev) {
-    int fd = g_key.fd.load();
-    if (fd < 0) {
-        std::puts("readKeyEvent(): fail - event device is not open");
-        return EventRead::kNotOpen;
-    }
-    for (;;) {
-        errno = 0;
-        ssize_t n = read(fd, &ev, sizeof ev);
-        if (n < static_cast<ssize_t>(sizeof ev)) {
-            if (errno == EINTR) return EventRead::kInterrupted;
-            if (!g_key.stop.load())
-                std::printf("readKeyEvent(): some error or short read - number of bytes = [%d], "
-                            "errno = [%d]\n",
-                            static_cast<int>(n), errno);
-            return EventRead::kCutShort;
-        }
-        if (ev.type == EV_KEY) return EventRead::kRecord;
-    }
+    return readEventRecord("readKeyEvent", g_key.fd, g_key.stop, kStopSignal, isKeyRecord, ev);
 }
 
 void *keyTrackThread(void *) {
@@ -77,9 +61,7 @@ void *keyTrackThread(void *) {
     }
     while (!g_key.stop.load()) {
         InputEvent ev;
-        EventRead r = readKeyEvent(ev);
-        if (r == EventRead::kCutShort) pauseReader(kStopSignal, g_key.stop);
-        if (r != EventRead::kRecord) continue;
+        if (readKeyEvent(ev) != EventRead::kRecord) continue;
         if (!g_key.reporting.load()) continue;
         // The fresh-line line end and the event line go out in one call: a
         // console line printed meanwhile never splits them.

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "platform/unique_fd.h"
+
 namespace {
 
 // Points descriptor 0 at /dev/null while it lives: the station's input belongs
@@ -13,25 +15,17 @@ namespace {
 class NullStdin {
 public:
     NullStdin() {
-        int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        if (null_fd < 0) return;
-        saved_ = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
-        if (saved_ >= 0 && dup2(null_fd, STDIN_FILENO) < 0) {
-            close(saved_);
-            saved_ = -1;
-        }
-        close(null_fd);
+        UniqueFd null_fd(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        if (!null_fd) return;
+        saved_.reset(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+        if (saved_ && dup2(null_fd.get(), STDIN_FILENO) < 0) saved_.reset();
     }
     ~NullStdin() {
-        if (saved_ < 0) return;
-        dup2(saved_, STDIN_FILENO);
-        close(saved_);
+        if (saved_) dup2(saved_.get(), STDIN_FILENO);
     }
-    NullStdin(const NullStdin &) = delete;
-    NullStdin &operator=(const NullStdin &) = delete;
 
 private:
-    int saved_ = -1;
+    UniqueFd saved_;
 };
 
 }  // namespace

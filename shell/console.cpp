@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <readline/history.h>
 
 #include "audio/mixer_paths.h"
 #include "display/drvfb.h"
@@ -73,7 +72,6 @@ int console_main() {
         EditorLine input{read_station_line("ft>")};
         if (!input.text) break;   // the station closed its end: leave as "quit" does
         if (!input.text[0]) continue;
-        add_history(input.text);
         if (run_line(input.text, line) == Dispatch::kQuit) break;
     }
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <readline/history.h>
 #include <readline/readline.h>
 #include <termios.h>
 #include <unistd.h>
@@ -63,7 +64,13 @@ void set_up_line_editor() {
 }
 
 char *read_station_line(const char *prompt) {
-    if (isatty(STDIN_FILENO)) return readline(prompt);
+    // The station's end is a terminal or a pipe for the whole session.
+    static const bool terminal = isatty(STDIN_FILENO);
+    if (terminal) {
+        char *line = readline(prompt);
+        if (line && line[0]) add_history(line);
+        return line;
+    }
 
     static PipedLines lines(stdin);
     std::fputs(prompt, stdout);

@@ -29,7 +29,7 @@ private:
 // and US (barcode scanners put them into serials) are text. Call once.
 void set_up_line_editor();
 
-// Shows `prompt` and reads one line: Readline on a terminal; on a pipe the line
+// Shows `prompt` and reads one line: Readline on a terminal (with history); on a pipe the line
 // as it came, echoed after the prompt byte for byte. A malloc'd string the
 // caller frees, or null at the end of the input.
 char *read_station_line(const char *prompt);

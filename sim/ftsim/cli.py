@@ -166,7 +166,9 @@ def setup_set(parser):
                         f"{_names(use.split()[0] for use, _ in SETTINGS.values())})")
         fn = SETTINGS[key][1]
         phone = Phone(args.phone).require()
-        return fn(phone, args.value) if key == args.what else fn(phone, args.value, args.what)
+        status = fn(phone, args.value) if key == args.what else fn(phone, args.value, args.what)
+        phone.note_change()
+        return status
     return run
 
 

@@ -153,7 +153,6 @@ def set_panel(phone, value):
     if not os.path.isdir(folder) and os.path.isdir(phone.p("unplugged", "panel-timings")):
         folder = phone.p("unplugged", "panel-timings")
     write_timings(folder, *parse_size(value))
-    phone.note_change()
 
 
 SETTINGS["panel"] = ("panel WxH", set_panel)

@@ -334,7 +334,6 @@ def set_model(phone, model):
     write_atomically(phone.p("accessories", "model"), model.encode())
     node, _, phys = BUILT_IN["jack"]
     describe(phone, node, JACK_NAMES[model], phys)
-    phone.note_change()
 
 
 SETTINGS["model"] = ("model corvine|other", set_model)

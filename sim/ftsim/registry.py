@@ -8,7 +8,8 @@ package, loaded by the command line) registers here:
   The function's optional `metavar` attribute names the argument in help (ARG).
 - SETTINGS: `ftsim set PHONE WHAT VALUE`, WHAT -> (usage, function(phone, value)).
   A WHAT ending in '.' ("switch.") takes every WHAT that starts with it and is
-  longer; its function is called as function(phone, value, what).
+  longer; its function is called as function(phone, value, what). `ftsim set`
+  counts the change for the live view (Phone.note_change) itself.
 - NEW_OPTIONS: options of `ftsim new`, "--name" -> (usage, default); the values
   reach every device's create() as options["name"].
 - RUN_HOOKS: functions(phone, build) -> extra bubblewrap arguments, called as

@@ -10,7 +10,7 @@ import tempfile
 import termios
 
 from ftsim import runs
-from ftsim.phone import REPO, check_kind
+from ftsim.phone import FILESYSTEMS, REPO, check_kind
 from ftsim.registry import ENV_HOOKS, RUN_HOOKS, UsageError
 
 # host: the native build; asan: the same with AddressSanitizer and UBSan;
@@ -63,9 +63,10 @@ DEV_NODES = (("input", "/dev/input"), ("snd", "/dev/snd"), ("watchdog", "/dev/wa
 def _dev_binds(phone):
     args = []
     for name, node in DEV_NODES:
-        if os.path.lexists(phone.p("dev", name)):
+        path = phone.p("dev", name)
+        if os.path.lexists(path):
             kind = "folder" if name in ("input", "snd") else "file"
-            args += ["--bind", phone.bindable("dev", name, kind=kind), node]
+            args += ["--bind", check_kind(path, kind, missing_ok=False), node]
     return args
 
 
@@ -147,7 +148,7 @@ def command(phone, argv, env, extra=(), guard=None):
         args += ["--seccomp", str(guard)]
     args += _root_links()
     args += ["--proc", "/proc", "--dev", "/dev"] + _dev_binds(phone)
-    for fs in ("system", "reserved", "cache", "data", "tmp", "sys"):
+    for fs in FILESYSTEMS:
         args += ["--bind", phone.bindable(fs), "/" + fs]
     args += extra
     args += ["--bind", phone.path, "/sim"]

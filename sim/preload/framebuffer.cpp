@@ -4,8 +4,9 @@
 // the driver reports, so the console's mapping is a real one. The driver's
 // geometry lives in display/fb ("xres=", "yres=", "bpp=" lines), re-read at each
 // ioctl. Each close or unmap of the framebuffer counts a change of the phone,
-// for `ftsim view` to redraw the panel. The panel timings cannot be bound into procfs: their opens go to the
-// phone's device-tree/ copy, which holds 4-byte big-endian cells.
+// for `ftsim view` to redraw the panel. The panel timings cannot be bound into
+// procfs: their opens go to the phone's device-tree/ copy, which holds 4-byte
+// big-endian cells.
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>

@@ -156,7 +156,8 @@ class Console:
         """The first event line, between commands, that `pattern` finds; events
         before it stay queued."""
         regex = re.compile(pattern)
-        deadline = time.monotonic() + (self.timeout if timeout is None else timeout)
+        timeout = self.timeout if timeout is None else timeout
+        deadline = time.monotonic() + timeout
         while True:
             self._take_events()
             for i, event in enumerate(self._pending):
@@ -165,9 +166,7 @@ class Console:
             if self._at_end:
                 raise self._ended(f"the console ended while waiting for {pattern!r}")
             if not self._read(deadline):
-                raise ConsoleTimeout(f"no event {pattern!r} within "
-                                     f"{self.timeout if timeout is None else timeout:g} s",
-                                     self.tail())
+                raise ConsoleTimeout(f"no event {pattern!r} within {timeout:g} s", self.tail())
 
     def interrupt(self):
         """Ctrl+C: the character on a terminal or serial line; `./ftsim interrupt`
@@ -188,12 +187,16 @@ class Console:
         replies, got = [], {}
         for name, value in values.items():
             wrote = self.run(f"program write {name} {cv.quote(value)}", timeout)
-            read = self.run(f"program read {name}", timeout)
+            read, got[name] = self.read_back(name, timeout)
             replies += [wrote, read]
-            got[name] = next(iter(cv.param_lines(read.lines).values()), None)
             got[name] = got[name] if wrote.verdict == "PASS" else None
         ok = all(got[name] == value for name, value in values.items())
         return Readback(ok, got, replies)
+
+    def read_back(self, name, timeout=None):
+        """`program read NAME`: its reply and the value it shows (None: none)."""
+        reply = self.run(f"program read {name}", timeout)
+        return reply, next(iter(cv.param_lines(reply.lines).values()), None)
 
     def identity(self, timeout=60):
         """Runs `gencert`: the certificate's thumbprint and the identity block."""
@@ -269,13 +272,7 @@ class Console:
                 continue             # the editor drew its line again before the echo
             if not echoed:
                 # Before the echo, the console had not taken the line yet.
-                if self._event.fullmatch(line):
-                    self._pending.append(line)
-                    self._breaks.event(line)
-                elif line:
-                    echoed = True
-                else:
-                    self._breaks.blank()
+                echoed = not self._between_commands(line)
                 continue
             if interrupted and line.startswith("^C"):
                 line = line[2:]      # the terminal's echo of Ctrl+C
@@ -356,11 +353,18 @@ class Console:
             line = self._lines.popleft()
             if line.startswith(cv.PROMPT):
                 line = line[len(cv.PROMPT):]
-            if self._event.fullmatch(line):
-                self._pending.append(line)
-                self._breaks.event(line)
-            elif not line:
-                self._breaks.blank()
+            self._between_commands(line)
+
+    def _between_commands(self, line):
+        """Queues an event line, counts a blank one; False for any other line."""
+        if self._event.fullmatch(line):
+            self._pending.append(line)
+            self._breaks.event(line)
+        elif line:
+            return False
+        else:
+            self._breaks.blank()
+        return True
 
     def _ended(self, what):
         if self.status is None:

@@ -4,16 +4,20 @@ import re
 
 PROMPT = "ft>"
 
-# Lines printed by the reader threads, whenever an event comes: keypad, headset
-# jack and its buttons, hookswitch and EHS, and the readers' own read errors.
-EVENT_PATTERNS = (
-    r"KeyCode\[[0-9a-f]{4}\] value\[-?\d+\]",
-    r"jackKeyCode\[[A-D]\] value\[-?\d+\]",
-    r"JACK = (none|no mic|mic|CTIA|OMTP)",
-    r"Unknown jack event: keyCode\[[0-9a-f]{4}\] value\[-?\d+\]",
-    r"(HOOKSWITCH|EHS) event: \[(ON|OFF) HOOK\]",
-    r"read(Key|Jack)Event\(\): some error or short read - .*",
+# Lines printed by the reader threads, whenever an event comes, each with the
+# reader that prints it: keypad, headset jack and its buttons, hookswitch and
+# EHS, and the readers' own read errors.
+EVENTS = (
+    ("key", r"KeyCode\[[0-9a-f]{4}\] value\[-?\d+\]"),
+    ("jack", r"jackKeyCode\[[A-D]\] value\[-?\d+\]"),
+    ("jack", r"JACK = (none|no mic|mic|CTIA|OMTP)"),
+    ("jack", r"Unknown jack event: keyCode\[[0-9a-f]{4}\] value\[-?\d+\]"),
+    ("hook", r"HOOKSWITCH event: \[(ON|OFF) HOOK\]"),
+    ("ehs", r"EHS event: \[(ON|OFF) HOOK\]"),
+    ("key", r"readKeyEvent\(\): some error or short read - .*"),
+    ("jack", r"readJackEvent\(\): some error or short read - .*"),
 )
+_READER_OF = tuple((reader, re.compile(pattern)) for reader, pattern in EVENTS)
 
 # How the console refuses a line it does not run.
 REFUSALS = ("Not a valid command", "Line too long (", "Too many words (", "Word too long (")
@@ -31,7 +35,7 @@ def clean(text):
 
 
 def event_matcher(extra=()):
-    return re.compile("(?:" + "|".join((*EVENT_PATTERNS, *extra)) + ")")
+    return re.compile("(?:" + "|".join((*(p for _, p in EVENTS), *extra)) + ")")
 
 
 def verdict(lines):
@@ -79,10 +83,6 @@ def quote(value):
     return f'"{value}"' if " " in value else value
 
 
-# Which reader printed an event line.
-READERS = (("key", r"KeyCode\[|readKeyEvent\("),
-           ("jack", r"JACK = |jackKeyCode\[|Unknown jack event|readJackEvent\("),
-           ("hook", r"HOOKSWITCH event"), ("ehs", r"EHS event"))
 _SWITCH = re.compile(r"(Start|Stop) (keypad|jackdet|jackkeydet|hookswitch|ehs) test")
 
 
@@ -112,12 +112,13 @@ class LineBreaks:
         self.taken = min(self.taken, sum(self.owed.values()))
 
     def event(self, line):
-        for reader, pattern in READERS:
-            if re.match(pattern, line):
-                self.printed.add(reader)
-                if self.owed[reader]:
-                    self.owed[reader] = False
-                    self.taken = max(0, self.taken - 1)
+        reader = next((r for r, pattern in _READER_OF if pattern.match(line)), None)
+        if reader is None:
+            return
+        self.printed.add(reader)
+        if self.owed[reader]:
+            self.owed[reader] = False
+            self.taken = max(0, self.taken - 1)
 
     def blank(self):
         """True when a blank line is a reader's line end."""

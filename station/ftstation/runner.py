@@ -97,10 +97,8 @@ def _command(console, step, simulated, out, identity, deadline):
             out.fail(f"the console ended with exit status {reply.status}")
         out.stop = True
     if step.stored is not None and out.verdict == "PASS":
-        read = console.run(f"program read {step.param}",
-                           timeout=max(0.1, deadline - time.monotonic()))
+        read, value = console.read_back(step.param, max(0.1, deadline - time.monotonic()))
         out.lines += [f"{read.command}:", *read.lines]
-        value = next(iter(re.findall(r'^.+? = "(.*)"$', read.output, re.M)), None)
         if value != step.stored:
             out.fail(f"read back {value!r}, wanted {step.stored!r}")
 

@@ -16,10 +16,14 @@ def ftstation(*args, timeout=60):
                           timeout=timeout)
 
 
+def ftsim(*args):
+    subprocess.run([FTSIM, *map(str, args)], check=True, capture_output=True)
+
+
 def new_phone(path, *unplug):
-    subprocess.run([FTSIM, "new", path], check=True, capture_output=True)
+    ftsim("new", path)
     for device in unplug:
-        subprocess.run([FTSIM, "unplug", path, device], check=True)
+        ftsim("unplug", path, device)
     return str(path)
 
 

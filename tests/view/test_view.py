@@ -4,11 +4,9 @@ import http.client
 import json
 import os
 import signal
-import struct
 import subprocess
 import sys
 import time
-import zlib
 
 import pytest
 
@@ -63,37 +61,25 @@ def until(what, check):
         time.sleep(0.05)
 
 
-def rgb_pixels(png):
-    """Every pixel of an 8-bit RGB or RGBA PNG (a browser's screenshot), as RGB."""
-    width, height, _, kind = struct.unpack(">IIBB", png[16:26])
-    data, pos = b"", 8
-    while pos < len(png):
-        size, chunk = struct.unpack(">I4s", png[pos:pos + 8])
-        if chunk == b"IDAT":
-            data += png[pos + 8:pos + 8 + size]
-        pos += 12 + size
-    raw, bpp = zlib.decompress(data), 4 if kind == 6 else 3
-    stride, prev, pixels = width * bpp, bytearray(width * bpp), []
-    for y in range(height):
-        kind_of_row, row = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
-        for i in range(stride):
-            a, b = row[i - bpp] if i >= bpp else 0, prev[i]
-            c = prev[i - bpp] if i >= bpp else 0
-            p = a + b - c
-            guess = a if abs(p - a) <= abs(p - b) and abs(p - a) <= abs(p - c) else \
-                b if abs(p - b) <= abs(p - c) else c
-            row[i] = (row[i] + (0, a, b, (a + b) // 2, guess)[kind_of_row]) & 255
-        pixels += [tuple(row[x * bpp:x * bpp + 3]) for x in range(width)]
-        prev = row
-    return pixels
+# The colours of the panel image as the page holds it, or null while it loads.
+PANEL_COLOURS = """
+const img = document.getElementById("panel");
+if (!img.complete || !img.naturalWidth) return null;
+const canvas = Object.assign(document.createElement("canvas"),
+                             { width: img.naturalWidth, height: img.naturalHeight });
+const g = canvas.getContext("2d");
+g.drawImage(img, 0, 0);
+const d = g.getImageData(0, 0, canvas.width, canvas.height).data, seen = new Set();
+for (let i = 0; i < d.length; i += 4) seen.add(`${d[i]},${d[i + 1]},${d[i + 2]}`);
+return [...seen].map((c) => c.split(",").map(Number));
+"""
 
 
 def panel_is(driver, colour, name):
     def check():
-        shot = driver.find_element("id", "panel").screenshot_as_png
-        with open(os.path.join(SHOTS, name + ".png"), "wb") as f:
-            f.write(shot)
-        return all(max(abs(p - c) for p, c in zip(px, colour)) <= 2 for px in rgb_pixels(shot))
+        driver.find_element("id", "panel").screenshot(os.path.join(SHOTS, name + ".png"))
+        seen = driver.execute_script(PANEL_COLOURS)
+        return seen and all(max(abs(p - c) for p, c in zip(px, colour)) <= 2 for px in seen)
     until(f"a {colour} panel", check)
 
 
@@ -189,9 +175,3 @@ def test_verbs_that_change_the_phone_count_a_change(phone):
     before = SimPhone(phone.path).changes()
     ftsim("show", phone.path, "accessories")
     assert SimPhone(phone.path).changes() == before      # looking changes nothing
-
-
-def test_refuses_what_is_not_a_phone(tmp_path):
-    r = ftsim("view", tmp_path / "nothing", "--port", "0")
-    assert (r.returncode, r.stdout, r.stderr.count("\n")) == (2, "", 1)
-    assert r.stderr.endswith(": not a phone (make one with: ftsim new PHONE)\n")
