@@ -42,6 +42,12 @@ int pass(const char *line = "PASS") {
     return 0;
 }
 
+// The end of a handler whose call brings nothing back to show: the call's error
+// line, or the pass line.
+int verdict(const char *who, int rc, const char *line = "PASS") {
+    return rc < 0 ? call_failed(who, rc) : pass(line);
+}
+
 // Register numbers are hexadecimal words, "0x" optional; the number ends at
 // the first other character and stops growing at the register width.
 unsigned parse_hex(const char *s) {
@@ -135,9 +141,8 @@ int rltkFTportCntrs(const char *port) {
 int rltkFTportResetCntrs(const char *port) {
     Net_fd_init();
     int id = std::string_view(port) == "all" ? kSwitchPortsAll : switch_port(port);
-    int rc = L2Switch_portResetCntrs(id);
-    if (rc < 0) return call_failed("rltkFTportResetCntrs()", rc);
-    return pass("\nrltkFTportResetCntrs(): PASS");
+    return verdict("rltkFTportResetCntrs()", L2Switch_portResetCntrs(id),
+                   "\nrltkFTportResetCntrs(): PASS");
 }
 
 int rltkFTGetMac(const char *port) {
@@ -190,9 +195,7 @@ int rltkFTsetAutoMDIX(const char *port, const char *mode) {
     Net_fd_init();
     int m = parse_int(mode);
     std::printf("Setting autoMDIXPort port=%d to (%s)\n", parse_int(port), autoMdixName(m));
-    int rc = L2Switch_SetAutoMDIXPort(switch_port(port), m);
-    if (rc < 0) return call_failed("rltkFTsetAutoMDIX()", rc);
-    return pass();
+    return verdict("rltkFTsetAutoMDIX()", L2Switch_SetAutoMDIXPort(switch_port(port), m));
 }
 
 int rltkFTgetAutoMDIX(const char *port) {
@@ -209,9 +212,7 @@ int rltkFTsetLinkStatus(const char *port, const char *status) {
     int s = parse_int(status);
     int id = switch_port(port);
     std::printf("Setting LinkStatus port=%d to (%d)%s\n", id, s, linkStatusName(s));
-    int rc = L2Switch_SetLinkStatus(id, s);
-    if (rc < 0) return call_failed("rltkFTsetLinkStatus()", rc);
-    return pass();
+    return verdict("rltkFTsetLinkStatus()", L2Switch_SetLinkStatus(id, s));
 }
 
 int rltkFTgetLinkStatus(const char *port) {
@@ -229,9 +230,7 @@ int rltkFTsetLinkMode(const char *port, const char *mode) {
     int m = parse_int(mode);
     int id = switch_port(port);
     std::printf("Setting linkMode to port=%d to (%d)%s\n", id, m, linkModeName(m));
-    int rc = L2Switch_SetLinkMode(id, m);
-    if (rc < 0) return call_failed("rltkFTsetLinkMode()", rc);
-    return pass();
+    return verdict("rltkFTsetLinkMode()", L2Switch_SetLinkMode(id, m));
 }
 
 int rltkFTgetLinkMode(const char *port) {
@@ -282,9 +281,7 @@ int rltkFTshowAllRules() {
 
 int rltkFTdelAllRules() {
     Net_fd_init();
-    int rc = L2Switch_DelAllRules();
-    if (rc < 0) return call_failed("rltkFTdelAllRules()", rc);
-    return pass();
+    return verdict("rltkFTdelAllRules()", L2Switch_DelAllRules());
 }
 
 int rltkFTGetGreenEthernetPort() {
@@ -305,9 +302,7 @@ int SetGreenEthernetPort(const char *mode) {
     int m = parse_int(mode);
     std::puts(m == 0 ? "Setting Set Green Ethernet to GREEN_ETHERNET_DISABLED."
                      : "Setting Set Green Ethernet to GREEN_ETHERNET_ENABLED.");
-    int rc = L2Switch_SetGreenEthernetPort(m);
-    if (rc < 0) return call_failed("SetGreenEthernetPort()", rc);
-    return pass();
+    return verdict("SetGreenEthernetPort()", L2Switch_SetGreenEthernetPort(m));
 }
 
 int rltkFTGetEEEPort(const char *port) {
@@ -323,9 +318,7 @@ int rltkFTSetEEEPort(const char *port, const char *mode) {
     Net_fd_init();
     int m = parse_int(mode);
     std::printf("Setting EEE on port=%d to (%s)\n", parse_int(port), eeeName(m));
-    int rc = L2Switch_SetEEEPort(switch_port(port), m);
-    if (rc < 0) return call_failed("rltkFTSetEEEPort()", rc);
-    return pass();
+    return verdict("rltkFTSetEEEPort()", L2Switch_SetEEEPort(switch_port(port), m));
 }
 
 int rltkFTrgmiiDelayExt_set(const char *port, const char *tx, const char *rx) {
@@ -334,9 +327,7 @@ int rltkFTrgmiiDelayExt_set(const char *port, const char *tx, const char *rx) {
     int r = parse_int(rx);
     std::printf("Setting rgmiiDelayExt on port=%d to (txDelay=%d) and (rxDelay=%d)\n",
                 parse_int(port), t, r);
-    int rc = L2Switch_rgmiiDelayExt_set(kSwitchPortCpu, t, r);
-    if (rc < 0) return call_failed("rltkFTrgmiiDelayExt_set()", rc);
-    return pass();
+    return verdict("rltkFTrgmiiDelayExt_set()", L2Switch_rgmiiDelayExt_set(kSwitchPortCpu, t, r));
 }
 
 int rltkFTl2getSSC() {
@@ -352,7 +343,5 @@ int rltkFTl2setSSC(const char *status) {
     Net_fd_init();
     int s = parse_int(status);
     std::printf("Setting SSC to (%s)\n", sscName(s));
-    int rc = L2Switch_SetSSC(s);
-    if (rc < 0) return call_failed("rltkFTl2setSSC()", rc);
-    return pass();
+    return verdict("rltkFTl2setSSC()", L2Switch_SetSSC(s));
 }

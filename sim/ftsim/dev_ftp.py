@@ -82,8 +82,8 @@ def start(phone):
     finally:
         os.close(log)
     _children[phone.path] = proc
+    # The run registry's folder is there: the station is made under its lock.
     rec = {"pid": proc.pid, "start": runs._start_time(proc.pid)}
-    runs._dir(phone)            # the run registry's folder, made if need be
     write_atomically(_record_path(phone), json.dumps(rec).encode())
 
 

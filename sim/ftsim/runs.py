@@ -73,9 +73,8 @@ class Refused(Exception):
 
 
 class Run:
-    def __init__(self, pid, sandbox):
+    def __init__(self, pid):
         self.pid = pid
-        self.sandbox = sandbox
         self.netns = f"/proc/{pid}/ns/net"
 
 
@@ -253,7 +252,7 @@ def current(phone):
     if rec is None:
         return None
     pid = _console_of(rec)
-    return Run(pid, rec["sandbox"]) if pid else None
+    return Run(pid) if pid else None
 
 
 @contextlib.contextmanager

@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include "platform/tolma.h"
+#include "platform/unique_fd.h"
 #include "sim/common/phone.h"
 
 namespace {
@@ -54,16 +55,6 @@ int injected(const char *call) {
     ::closedir(d);
     return e;
 }
-
-struct Lock {
-    int fd;
-    Lock() : fd(::open(sim::phone_path("switch/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-        if (fd >= 0) ::flock(fd, LOCK_EX);
-    }
-    ~Lock() {
-        if (fd >= 0) ::close(fd);
-    }
-};
 
 bool load(const char *rel, State &st) {
     return sim::read_key_values(rel, kMaxState, [&](std::string k, std::string v) { st[k] = v; });
@@ -122,18 +113,25 @@ bool is_fact(const std::string &key) {
            key.find(".phy") != std::string::npos;
 }
 
-// One library call: the fault, the library's descriptor, the state in and out.
+// The state under switch/lock: read, handed to `fn`, written back when `writes`.
 template <typename Fn>
-int call(const char *name, bool writes, Fn fn) {
-    if (int e = injected(name)) return fail(e);
-    if (!g_opened.load()) return fail(EBADF);
-    Lock lock;
+int with_state(bool writes, Fn fn) {
+    UniqueFd lock(::open(sim::phone_path("switch/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    if (lock) ::flock(lock.get(), LOCK_EX);
     State st;
     if (!load(kState, st)) return fail(ENODEV);
     int rc = fn(st);
     if (rc < 0) return rc;
     if (writes && !save(st)) return fail(EIO);
     return rc;
+}
+
+// One library call: the fault, the library's descriptor, the state in and out.
+template <typename Fn>
+int call(const char *name, bool writes, Fn fn) {
+    if (int e = injected(name)) return fail(e);
+    if (!g_opened.load()) return fail(EBADF);
+    return with_state(writes, fn);
 }
 
 __attribute__((format(printf, 2, 3))) void appendf(std::string &out, const char *fmt, ...) {
@@ -271,11 +269,11 @@ int L2SW_EthernetLedTest(int action) {
     static const char *const kActions[] = {nullptr, "off", "on", "enable"};
     if (int e = injected("L2SW_EthernetLedTest")) return fail(e);
     if (action < 1 || action > 3) return fail(EINVAL);
-    Lock lock;
-    State st;
-    if (!load(kState, st)) return fail(ENODEV);
-    st["ethled"] = kActions[action];
-    return save(st) ? 0 : fail(EIO);
+    // The LED test needs no Net_fd_init.
+    return with_state(true, [&](State &st) {
+        st["ethled"] = kActions[action];
+        return 0;
+    });
 }
 
 int L2Switch_portCntrs(int port) {

@@ -15,39 +15,34 @@ bool undeletable(const char *path) {
            sim::fault("specialfile-undeletable");
 }
 
+// EBUSY for the held file, else the C library's own call.
+template <typename Fn, typename... Args>
+int unless_held(bool held, Fn real, Args... args) {
+    if (held) {
+        errno = EBUSY;
+        return -1;
+    }
+    return real(args...);
+}
+
 }  // namespace
 
 extern "C" {
 
 // remove() reaches unlink inside the C library, so both are wrapped.
 int remove(const char *path) {
-    if (undeletable(path)) {
-        errno = EBUSY;
-        return -1;
-    }
-    using Fn = int (*)(const char *);
-    static Fn real = preload::next<Fn>("remove");
-    return real(path);
+    static auto real = preload::next<int (*)(const char *)>("remove");
+    return unless_held(undeletable(path), real, path);
 }
 
 int unlink(const char *path) {
-    if (undeletable(path)) {
-        errno = EBUSY;
-        return -1;
-    }
-    using Fn = int (*)(const char *);
-    static Fn real = preload::next<Fn>("unlink");
-    return real(path);
+    static auto real = preload::next<int (*)(const char *)>("unlink");
+    return unless_held(undeletable(path), real, path);
 }
 
 int unlinkat(int dirfd, const char *path, int flags) {
-    if (dirfd == AT_FDCWD && undeletable(path)) {
-        errno = EBUSY;
-        return -1;
-    }
-    using Fn = int (*)(int, const char *, int);
-    static Fn real = preload::next<Fn>("unlinkat");
-    return real(dirfd, path, flags);
+    static auto real = preload::next<int (*)(int, const char *, int)>("unlinkat");
+    return unless_held(dirfd == AT_FDCWD && undeletable(path), real, dirfd, path, flags);
 }
 
 }  // extern "C"

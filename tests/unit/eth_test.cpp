@@ -57,7 +57,6 @@ TEST(Eth, CallsInOrderAndVerdictFromTheReadBack) {
         {"1", "1000", slow, {"L2Switch_SetLinkStatus(2,1)"}, "FAIL: not match ..\n"},
         {"1", "1002", slow, {}, "FAIL: not match ..\n"},
         {"1", "102", {}, {}, "FAIL: in eth() NA!!!!\n"},
-        {"1", "5", {}, {}, "FAIL: not match ..\n"},
         {"1", "100", failing("L2Switch_SetLinkMode"), {"L2Switch_SetLinkStatus(2,1)", "L2Switch_SetLinkMode(2,5)"},
          "FAIL: setLink...\n"},
         {"1", "0", failing("L2Switch_GetLinkStatus"),
