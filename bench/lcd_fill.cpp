@@ -3,14 +3,13 @@
 // Runs against a simulated phone's framebuffer (the preload library maps
 // /dev/graphics/fb0 to the phone's file), so the mapping is a real shared file
 // mapping as on the phone. Prints microseconds per fill, best of several rounds.
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "bench/timing.h"
 #include "display/drvfb.h"
 #include "display/drvfb_context.h"
 #include "display/lcd.h"
@@ -20,33 +19,13 @@ namespace {
 constexpr int kRounds = 7;
 constexpr int kFills = 200;
 
+// Microseconds per call of fn(i), best of kRounds rounds of kFills calls.
 template <typename Fn>
 double best_us(Fn fn) {
-    double best = 1e30;
-    for (int r = 0; r < kRounds; ++r) {
-        auto t0 = std::chrono::steady_clock::now();
+    return best_of<std::micro>(kRounds, [&] {
         for (int i = 0; i < kFills; ++i) fn(i);
-        std::chrono::duration<double, std::micro> d = std::chrono::steady_clock::now() - t0;
-        best = std::min(best, d.count() / kFills);
-    }
-    return best;
+    }) / kFills;
 }
-
-// Keeps the patterns' PASS lines off the report.
-struct Quiet {
-    int saved = dup(STDOUT_FILENO);
-    Quiet() {
-        std::fflush(stdout);
-        int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(null, STDOUT_FILENO);
-        close(null);
-    }
-    ~Quiet() {
-        std::fflush(stdout);
-        dup2(saved, STDOUT_FILENO);
-        close(saved);
-    }
-};
 
 }  // namespace
 

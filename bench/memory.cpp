@@ -7,8 +7,6 @@
 // simulated phone (bench/memory.sh), so /cache and the allocator are the
 // console's. Prints the best of several rounds, and each RAM test's peak
 // resident size measured in a child process of its own.
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,39 +15,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bench/timing.h"
 #include "peripherals/memory_test.h"
 
 namespace {
 
 constexpr size_t kBlock = 67108864, kGuard = 4194304;
-
-template <typename Fn>
-double best_ms(int rounds, Fn fn) {
-    double best = 1e30;
-    for (int r = 0; r < rounds; ++r) {
-        auto t0 = std::chrono::steady_clock::now();
-        fn();
-        std::chrono::duration<double, std::milli> d = std::chrono::steady_clock::now() - t0;
-        best = std::min(best, d.count());
-    }
-    return best;
-}
-
-// Keeps the tests' own lines off the report.
-struct Quiet {
-    int saved = dup(STDOUT_FILENO);
-    Quiet() {
-        std::fflush(stdout);
-        int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(null, STDOUT_FILENO);
-        close(null);
-    }
-    ~Quiet() {
-        std::fflush(stdout);
-        dup2(saved, STDOUT_FILENO);
-        close(saved);
-    }
-};
 
 int g_sink;
 
@@ -117,15 +88,15 @@ int main() {
     double long_test, short_test, flash;
     {
         Quiet quiet;
-        long_test = best_ms(kRamRounds, [] { sdramTest("1"); });
-        short_test = best_ms(kRamRounds, [] { sdramTest("0"); });
-        flash = best_ms(kFlashRounds, [] {
+        long_test = best_of(kRamRounds, [] { sdramTest("1"); });
+        short_test = best_of(kRamRounds, [] { sdramTest("0"); });
+        flash = best_of(kFlashRounds, [] {
             for (int i = 0; i < kFlashRuns; ++i) flashTest();
         });
     }
-    double plain_long = best_ms(kRamRounds, [] { plain_ram(true); });
-    double plain_short = best_ms(kRamRounds, [] { plain_ram(false); });
-    double plain_flash_ms = best_ms(kFlashRounds, [] {
+    double plain_long = best_of(kRamRounds, [] { plain_ram(true); });
+    double plain_short = best_of(kRamRounds, [] { plain_ram(false); });
+    double plain_flash_ms = best_of(kFlashRounds, [] {
         for (int i = 0; i < kFlashRuns; ++i) plain_flash();
     });
     std::printf("flash and RAM tests, best of %d rounds (flash: %d runs a round):\n", kRamRounds,

@@ -13,16 +13,8 @@
 
 #include "platform/unique_fd.h"
 
-namespace {
-
-struct DirCloser {
-    void operator()(DIR *d) const { closedir(d); }
-};
-
-}  // namespace
-
 int openEventDevice(const char *who, bool (*is_wanted)(int fd)) {
-    std::unique_ptr<DIR, DirCloser> dir(opendir("/dev/input"));
+    UniqueDir dir(opendir("/dev/input"));
     if (!dir) return -1;
     while (const dirent *entry = readdir(dir.get())) {
         int number;

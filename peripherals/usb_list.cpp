@@ -1,10 +1,9 @@
 #include <cstdio>
-#include <dirent.h>
-#include <memory>
 #include <unistd.h>
 
 #include "peripherals/usb.h"
 #include "platform/shell.h"
+#include "platform/unique_fd.h"
 
 namespace {
 
@@ -12,14 +11,10 @@ constexpr char kScsiHosts[] = "/sys/class/scsi_host";
 // Run inside one hostN entry: the model of every device attached behind it.
 constexpr char kModels[] = "find device/target*/ -name model | xargs cat";
 
-struct CloseDir {
-    void operator()(DIR *d) const { closedir(d); }
-};
-
 }  // namespace
 
 int usbList() {
-    std::unique_ptr<DIR, CloseDir> dir(opendir(kScsiHosts));
+    UniqueDir dir(opendir(kScsiHosts));
     if (!dir) {
         std::printf("FAIL to open dir %s.\n", kScsiHosts);
         return -1;

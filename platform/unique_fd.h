@@ -1,7 +1,9 @@
-// Move-only owners for descriptors and FILE*: every early return releases them.
+// Move-only owners for descriptors, FILE* and DIR*: every early return releases them.
 #pragma once
 
 #include <cstdio>
+#include <dirent.h>
+#include <memory>
 #include <unistd.h>
 
 class UniqueFd {
@@ -60,3 +62,8 @@ public:
 private:
     FILE *f_ = nullptr;
 };
+
+struct DirCloser {
+    void operator()(DIR *d) const { closedir(d); }
+};
+using UniqueDir = std::unique_ptr<DIR, DirCloser>;

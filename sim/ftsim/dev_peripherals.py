@@ -15,8 +15,8 @@ import shutil
 
 from ftsim.devices import FileNode
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import (DEVICES, ENV_HOOKS, FAULTS, HELP, RUN_HOOKS, SETTINGS, Usage,
-                            UsageError, phone_arg, register_verb)
+from ftsim.registry import (DEVICES, ENV_HOOKS, HELP, RUN_HOOKS, SETTINGS, Usage, UsageError,
+                            add_fault, phone_arg, register_verb)
 
 HOSTS = os.path.join("sys", "class", "scsi_host")
 LETTERS = "abcdefghijklmno"
@@ -37,11 +37,8 @@ def write_keys(path, keys):
 
 
 def hosts(phone):
-    """letter (or "" for a host with no device) -> host number, from usb/hosts."""
-    table = {}
-    for key, value in read_keys(phone.p("usb", "hosts")).items():
-        table[key] = int(value)
-    return table
+    """letter (or "host-onlyN" for a host with no device) -> host number, from usb/hosts."""
+    return {key: int(value) for key, value in read_keys(phone.p("usb", "hosts")).items()}
 
 
 def free_host(phone):
@@ -233,17 +230,14 @@ HELP["setting", "usb.device_mode"] = "the USB port's device mode: any N but 0 re
 HELP["setting", "usb.power_fault"] = "the flag Usb_HadPowerFault reports (0 none, 1 fault, or any N)"
 HELP["setting", "usb.limit"] = "the current limit Usb_GetCurrentLimit reports (0, 1, or any N)"
 
-for _fault in ("usb", "usb-io", "usb-corrupt", "camera-no-capture", "camera-query",
-               "cache-readonly"):
-    FAULTS[_fault] = None
+add_fault("usb", "every USB port call of the maker library fails")
+add_fault("usb-io", "every write to a file on a mounted stick fails (EIO)")
+add_fault("usb-corrupt", "one read from a mounted stick comes back changed")
+add_fault("camera-no-capture", "the camera answers without the capture capability")
+add_fault("camera-query", "VIDIOC_QUERYCAP on /dev/video0 fails (EIO)")
+add_fault("cache-readonly", "/cache is mounted read-only, from the next run on")
 alloc_size.metavar = "SIZE"
-FAULTS["alloc"] = alloc_size
-HELP["fault", "usb"] = "every USB port call of the maker library fails"
-HELP["fault", "usb-io"] = "every write to a file on a mounted stick fails (EIO)"
-HELP["fault", "usb-corrupt"] = "one read from a mounted stick comes back changed"
-HELP["fault", "camera-no-capture"] = "the camera answers without the capture capability"
-HELP["fault", "camera-query"] = "VIDIOC_QUERYCAP on /dev/video0 fails (EIO)"
-HELP["fault", "cache-readonly"] = "/cache is mounted read-only, from the next run on"
-HELP["fault", "alloc"] = "the console's allocations of SIZE bytes or more fail, from the next run on"
+add_fault("alloc", "the console's allocations of SIZE bytes or more fail, from the next run on",
+          alloc_size)
 RUN_HOOKS.append(run_hook)
 ENV_HOOKS.append(env_hook)

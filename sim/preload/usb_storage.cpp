@@ -63,7 +63,7 @@ int find_mount(const char *target) {
 
 // True when `f` is open on a file of a mounted stick.
 bool on_stick(FILE *f) {
-    if (!f || g_count.load() == 0) return false;
+    if (!f) return false;
     char link[64], path[PATH_MAX];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fileno(f));
     ssize_t n = readlink(link, path, sizeof path - 1);
@@ -76,6 +76,13 @@ bool on_stick(FILE *f) {
     return false;
 }
 
+// True when fault `name` holds for `f`, a file of a mounted stick. Every
+// fwrite and fread of the console asks: with no stick mounted that costs
+// nothing, and the fault (one stat) is asked before the file's path.
+bool stick_fault(FILE *f, const char *name) {
+    return g_count.load() != 0 && sim::fault(name) && on_stick(f);
+}
+
 // Keeps the console's errno as it was across our own look-ups.
 struct SavedErrno {
     int value = errno;
@@ -84,8 +91,9 @@ struct SavedErrno {
 
 // usb-corrupt: the first read from a stick in this run comes back changed.
 size_t spoil_once(void *data, size_t size, size_t got, FILE *f) {
+    if (!got || !size || g_corrupted.load()) return got;
     SavedErrno saved;
-    if (got && size && on_stick(f) && sim::fault("usb-corrupt") && !g_corrupted.exchange(true))
+    if (stick_fault(f, "usb-corrupt") && !g_corrupted.exchange(true))
         static_cast<unsigned char *>(data)[0] ^= 0xFF;
     return got;
 }
@@ -147,7 +155,7 @@ size_t fwrite(const void *data, size_t size, size_t n, FILE *f) {
     static Fn real = preload::next<Fn>("fwrite");
     {
         SavedErrno saved;
-        if (on_stick(f) && sim::fault("usb-io")) {
+        if (stick_fault(f, "usb-io")) {
             saved.value = EIO;
             return 0;
         }

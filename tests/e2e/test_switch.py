@@ -1,6 +1,6 @@
 """The Ethernet port commands and the l2 switch diagnostics, on the simulated switch."""
 from conftest import ftsim, startup, transcript
-from test_network import Console
+from test_network import Console, status
 
 ENUM = "ENUM NOT FOUND!"
 
@@ -195,12 +195,11 @@ def test_each_run_is_a_boot(phone):
 
 
 def test_setport_shows_the_port_before_and_after(phone):
-    status = "\tSpeed: {}\n\tDuplex: {}\n\tAuto-negotiation: {}\n\tLink detected: yes\n"
     out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100")
     assert out == startup() + transcript(
-        ("setport 1 10", "\nEthernet status , Before:\n" + status.format("1000Mb/s", "Full", "on")
-         + "\nEthernet status , After:\n" + status.format("10Mb/s", "Full", "off") + "PASS\n"),
-        ("setport 1 0", "\nEthernet status , Before:\n" + status.format("10Mb/s", "Full", "off")
-         + "\nEthernet status , After:\n" + status.format("1000Mb/s", "Full", "on") + "PASS\n"),
+        ("setport 1 10", "\nEthernet status , Before:\n" + status("1000Mb/s", "Full", "on")
+         + "\nEthernet status , After:\n" + status("10Mb/s", "Full", "off") + "PASS\n"),
+        ("setport 1 0", "\nEthernet status , Before:\n" + status("10Mb/s", "Full", "off")
+         + "\nEthernet status , After:\n" + status("1000Mb/s", "Full", "on") + "PASS\n"),
         ("setport 0 100", "FAIL : port not valid !!!\n"), eof=True)
     assert "ifconfig eth0 down;ethtool -s eth0 autoneg on;ifconfig eth0 up\n" in phone.calls()
