@@ -17,7 +17,7 @@ import shutil
 
 from ftsim import sandbox
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import (DEVICES, FAULTS, HELP, RUN_HOOKS, SETTINGS, UsageError, phone_arg,
+from ftsim.registry import (HELP, RUN_HOOKS, SETTINGS, UsageError, add_fault, device, phone_arg,
                             register_verb)
 
 MODULES = ("mlan", "sd8xxx", "mbt8xxx")
@@ -47,6 +47,7 @@ def _read(path, default=""):
         return default
 
 
+@device
 class Modules:
     name = "modules"
 
@@ -76,6 +77,7 @@ class Modules:
         return lines
 
 
+@device
 class Bluetooth:
     name = "bt"
 
@@ -190,22 +192,14 @@ def _flag(value):
     return value
 
 
-DEVICES["modules"] = Modules()
-DEVICES["bt"] = Bluetooth()
 HELP["device", "modules"] = "the kernel modules listed, their parameters, wlan0 and /dev/mbtchar0"
 HELP["device", "bt"] = "the Bluetooth stack: adapter, discovery, wake alarms, devices listed"
-FAULTS["module-busy"] = module_name
-FAULTS["module-stuck"] = module_name
-FAULTS["module-missing"] = module_name
-FAULTS["bt-silent"] = None
-FAULTS["bt-hal-missing"] = None
-FAULTS["bt-enable-error"] = None
-HELP["fault", "module-busy"] = "removing the module NAME (mlan, sd8xxx, mbt8xxx) fails with EAGAIN"
-HELP["fault", "module-stuck"] = "removing NAME succeeds but it stays listed, unloading"
-HELP["fault", "module-missing"] = "/system/lib/modules/NAME.ko is absent"
-HELP["fault", "bt-silent"] = "the Bluetooth stack never calls back"
-HELP["fault", "bt-hal-missing"] = "the phone has no Bluetooth hardware module"
-HELP["fault", "bt-enable-error"] = "the Bluetooth stack's enable fails"
+add_fault("module-busy", "removing the module NAME (mlan, sd8xxx, mbt8xxx) fails with EAGAIN", module_name)
+add_fault("module-stuck", "removing NAME succeeds but it stays listed, unloading", module_name)
+add_fault("module-missing", "/system/lib/modules/NAME.ko is absent", module_name)
+add_fault("bt-silent", "the Bluetooth stack never calls back")
+add_fault("bt-hal-missing", "the phone has no Bluetooth hardware module")
+add_fault("bt-enable-error", "the Bluetooth stack's enable fails")
 register_verb("wifi", "the access points the phone's iwlist finds",
               _list_verb("aps", "aps", _access_points, "one SSID CHANNEL SIGNAL line each"))
 register_verb("bt", "the devices a Bluetooth discovery finds",
