@@ -295,7 +295,8 @@ class StationDB:
                           "VALUES (?, ?, ?, ?)", (serial, mac, free - first, now))
         return mac, free - first
 
-    def start_run(self, *, serial, fixture, station, operator, plan, plan_sha256, software, mac):
+    def start_run(self, *, serial, fixture, station, operator, plan, plan_sha256, software, mac,
+                  started=None):
         """Inserts the run as RUNNING and holds its lock until end_run."""
         run_id = str(uuid.uuid4())
         # The lock first: a sweep that sees the row then always finds it held.
@@ -305,7 +306,7 @@ class StationDB:
                         "plan_sha256, software, started, result, mac) "
                         "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, 'RUNNING', ?)",
                         (run_id, serial, fixture, station, operator, plan, plan_sha256,
-                         software, utc_now(), mac))
+                         software, started or utc_now(), mac))
         except BaseException:
             lock.release(remove=True)
             raise
@@ -323,11 +324,11 @@ class StationDB:
                     (run_id, idx, step.get("name"), step.get("command"), step.get("verdict"),
                      step.get("duration"), step.get("output"), step.get("note")))
 
-    def end_run(self, run_id, result, error=None, record=None, junit=None):
+    def end_run(self, run_id, result, error=None, record=None, junit=None, ended=None):
         if result not in RESULTS[1:]:
             raise ValueError(f"a run ends PASS, FAIL or ABORTED, not {result!r}")
         self._write("UPDATE run SET ended = ?, result = ?, error = ?, record = ?, junit = ? "
-                    "WHERE id = ?", (utc_now(), result, error, record, junit, run_id))
+                    "WHERE id = ?", (ended or utc_now(), result, error, record, junit, run_id))
         with self._lock:
             lock = self._held.pop(run_id, None)
         if lock:
