@@ -136,10 +136,11 @@ def run_unit(db, plan_path, *, serial, connect, simulated, fixture=None, station
 
 def _end(db, record, plan, outcomes, identity, console, abort, junit, folder):
     """Closes the console, writes the record and the report, and ends the run."""
-    if console is not None:
-        console.close()
     if record["result"] == "RUNNING" and abort is not None and abort.is_set():
         record["result"], record["error"] = "ABORTED", abort.reason
+    if console is not None:
+        # A stopped run may have cut a command short: no long wait for the quit.
+        console.close(timeout=2.0 if record["result"] == "ABORTED" else None)
     if record["result"] == "RUNNING":
         passed = (len(outcomes) == len(plan.steps)
                   and all(o.verdict == "PASS" for o in outcomes))
