@@ -64,10 +64,12 @@ def main(argv):
                 junit=args.junit)
     except (stationdb.DatabaseError, stationdb.MacError, plans.PlanError) as e:
         print(f"ftstation: {e}", file=sys.stderr)
-        return 1
+        return 2 if isinstance(e, plans.PlanError) else 1   # the plan changed under the run
     except KeyboardInterrupt:
         print(f"ftstation: {session.STOPPED}", file=sys.stderr)
         return 130
+    if record["error"]:
+        print(f"ftstation: {record['error']}", file=sys.stderr)
     print(f"run: {record['id']}\nrecord: {record['record']}\nreport: {record['junit']}\n"
           f"result: {record['result']}")
     return 0 if record["result"] == "PASS" else 1

@@ -53,7 +53,8 @@ class Stops:
         raise KeyboardInterrupt
 
     @contextlib.contextmanager
-    def holding(self):
+    def holding(self, deliver=True):
+        """Holds a signal back for the block; then raises it, with `deliver`."""
         if threading.current_thread() is not threading.main_thread():
             yield                        # signals only ever interrupt the main thread
             return
@@ -62,7 +63,7 @@ class Stops:
             yield
         finally:
             self.held -= 1
-        if not self.held and self.pending and not self.fired:
+        if deliver and not self.held and self.pending and not self.fired:
             self.pending, self.fired = False, True
             raise KeyboardInterrupt
 
@@ -120,16 +121,16 @@ def run_unit(db, plan_path, *, serial, connect, simulated, fixture=None, station
     except StationError as e:
         record["error"] = str(e)
     except KeyboardInterrupt:
+        if run_id is None:
+            raise                        # stopped before the run began: nothing to end
         record["result"], record["error"] = "ABORTED", STOPPED
     except Exception as e:
         record["error"] = f"station software error: {e!r}"
         raise
     finally:
         if run_id is not None:
-            with STOPS.holding():
+            with STOPS.holding(deliver=False):     # the run is over: let it end whole
                 _end(db, record, plan, outcomes, identity, console, abort, junit, records)
-    if record["error"]:
-        print(f"ftstation: {record['error']}", file=sys.stderr)
     emit("end", record=record)
     return record
 
@@ -154,8 +155,8 @@ def _end(db, record, plan, outcomes, identity, console, abort, junit, folder):
     try:
         files.write_record(paths["record"], record)
         files.write_junit(paths["junit"], record)
-    except OSError as e:
-        print(f"ftstation: cannot write the unit's record: {e}", file=sys.stderr)
+    except OSError as e:             # the database still has the run whole
+        record["error"] = record["error"] or f"cannot write the unit's record: {e}"
         paths = {"record": None, "junit": None}
     db.end_run(record["id"], record["result"], record["error"], ended=record["end"], **paths)
     record.update(paths)
