@@ -16,6 +16,8 @@ import threading
 import time
 import uuid
 
+from ftstation import leases
+
 RESULTS = ("RUNNING", "PASS", "FAIL", "ABORTED")
 TIMEOUT = 30.0                 # seconds any wait for the database or the folder may take
 
@@ -45,6 +47,31 @@ MIGRATIONS = [
                name TEXT, command TEXT, verdict TEXT, duration REAL, output TEXT, note TEXT,
                PRIMARY KEY (run_id, idx))""",
     ]),
+    # The line database: the MAC leases this folder holds from its line, which
+    # runs and units the line has, and the conflicts the line reported.
+    (3, [
+        """CREATE TABLE lease (
+               id INTEGER PRIMARY KEY,
+               line_lease INTEGER,
+               block_first INTEGER NOT NULL,
+               block_last INTEGER NOT NULL,
+               first_index INTEGER NOT NULL,
+               last_index INTEGER NOT NULL,
+               next_index INTEGER NOT NULL,
+               taken TEXT NOT NULL)""",
+        "ALTER TABLE run ADD COLUMN uploaded TEXT",
+        "CREATE INDEX run_queue ON run (started) WHERE uploaded IS NULL",
+        "ALTER TABLE unit ADD COLUMN on_line TEXT",
+        "CREATE INDEX unit_unregistered ON unit (serial) WHERE on_line IS NULL",
+        """CREATE TABLE line_conflict (
+               serial TEXT NOT NULL,
+               mac TEXT NOT NULL,
+               kind TEXT NOT NULL CHECK (kind IN ('serial', 'mac')),
+               holder TEXT NOT NULL,
+               found TEXT NOT NULL,
+               PRIMARY KEY (serial, mac, kind))""",
+        "CREATE TABLE line_state (key TEXT PRIMARY KEY, value TEXT)",
+    ]),
 ]
 
 RUN_COLUMNS = ("id", "serial", "fixture", "station", "operator", "plan", "plan_sha256", "software",
@@ -57,6 +84,10 @@ class DatabaseError(Exception):
 
 class MacError(Exception):
     """No MAC can be given to this serial (block used up, address held by another); one line."""
+
+
+class LeaseUsedUp(MacError):
+    """The folder takes its MACs from line leases, and those it holds are used up."""
 
 
 def check_serial(text):
@@ -244,22 +275,24 @@ class StationDB:
                 lock.release(remove=True)
         return swept
 
-    def mac_for(self, serial, first, last, index=None):
+    def mac_for(self, serial, first, last, index=None, from_line=False):
         """The MAC this serial holds, or the one it is given now, with its index in
         the block first..last (48-bit numbers): `index` when given, else the lowest
         address of the block no unit holds. Read and write in one transaction, so
-        two stations on one folder never give out one address twice."""
+        two stations on one folder never give out one address twice. A folder
+        that holds line leases gives only their addresses; `from_line`: the index
+        is the one the line holds for this serial."""
         with self._lock:
             self.conn.execute("BEGIN IMMEDIATE")
             try:
-                found = self._give_mac(serial, first, last, index)
+                found = self._give_mac(serial, first, last, index, from_line)
                 self.conn.execute("COMMIT")
             except BaseException:
                 self.conn.execute("ROLLBACK")
                 raise
         return found
 
-    def _give_mac(self, serial, first, last, index):
+    def _give_mac(self, serial, first, last, index, from_line=False):
         held = self.conn.execute("SELECT mac FROM unit WHERE serial = ?", (serial,)).fetchone()
         if held:
             number = mac_number(held[0])
@@ -271,6 +304,12 @@ class StationDB:
                                f"not index {index}")
             return held[0], number - first
         now = utc_now()
+        if leases.held(self.conn, first, last):
+            if index is None:
+                return leases.give(self.conn, serial, first, last, now)
+            if not from_line and not leases.within(self.conn, first, last, index):
+                raise MacError(f"this folder takes its MACs from its line's leases, and "
+                               f"index {index} lies in none of them")
         if index is not None:
             if not 0 <= index <= last - first:
                 raise MacError(f"index {index} lies outside the plan's block "
