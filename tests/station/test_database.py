@@ -63,7 +63,8 @@ MAC_ROWS = [
                  "no address left for E"),
     (None, (), 2, "step 1: {mac} has no value: give --unit or --unit-index"),
     (None, ("--unit-index", "1"), 0, "00:1B:4F:10:00:01"),   # no serial: nothing held
-    ("a b", (), 2, "serial 'a b' holds ' ': only letters, digits, '.', '_' and '-' may name a unit"),
+    ("a b", (), 2,
+     "serial 'a b' holds ' ': only letters, digits, '.', '_' and '-' may name a unit"),
     (".A", (), 2, "serial '.A' begins with '.'"),
     ("A" * 33, (), 2, f"serial '{'A' * 33}' is longer than 32 characters"),
     ("  ", (), 2, "the serial is empty"),
