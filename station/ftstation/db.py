@@ -210,12 +210,15 @@ class StationDB:
         """A write transaction (BEGIN IMMEDIATE: a read inside it may decide the
         write), committed whole or rolled back, under the object's lock."""
         with self._lock:
-            self.conn.execute("BEGIN IMMEDIATE")
             try:
+                self.conn.execute("BEGIN IMMEDIATE")
                 yield self.conn
                 self.conn.execute("COMMIT")
-            except BaseException:
-                self.conn.execute("ROLLBACK")
+            except BaseException as e:
+                if self.conn.in_transaction:     # some errors roll back by themselves
+                    self.conn.execute("ROLLBACK")
+                if isinstance(e, sqlite3.Error):
+                    raise DatabaseError(f"{self.path}: {e}") from e
                 raise
 
     def _write(self, sql, args=()):
