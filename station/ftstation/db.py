@@ -6,6 +6,7 @@ flock on RECORDS/locks/RUN_ID until it ends. Whoever opens the folder next marks
 RUNNING run whose lock nobody holds as ABORTED, so a station that was killed
 leaves no run behind that reads as still under way. One StationDB may be shared
 by threads: each call holds the object's lock."""
+import contextlib
 import datetime
 import errno
 import fcntl
@@ -215,8 +216,7 @@ class StationDB:
 
     def _migrate(self):
         latest = MIGRATIONS[-1][0]
-        self.conn.execute("BEGIN IMMEDIATE")
-        try:
+        with self.transaction() as conn:
             version = self.schema_version()
             if version > latest:
                 raise DatabaseError(f"{self.path}: the database is at schema version {version}, "
@@ -224,14 +224,10 @@ class StationDB:
             for number, statements in MIGRATIONS:
                 if number > version:
                     for sql in statements:
-                        self.conn.execute(sql)
+                        conn.execute(sql)
             if version < latest:
-                self.conn.execute("DELETE FROM schema_version")
-                self.conn.execute("INSERT INTO schema_version (version) VALUES (?)", (latest,))
-            self.conn.execute("COMMIT")
-        except BaseException:
-            self.conn.execute("ROLLBACK")
-            raise
+                conn.execute("DELETE FROM schema_version")
+                conn.execute("INSERT INTO schema_version (version) VALUES (?)", (latest,))
 
     def schema_version(self):
         """The file's schema version: 0 for a file without tables yet."""
@@ -240,18 +236,26 @@ class StationDB:
             return 0
         return self.conn.execute("SELECT MAX(version) FROM schema_version").fetchone()[0] or 0
 
-    def _write(self, sql, args=()):
-        """One statement in its own transaction."""
+    @contextlib.contextmanager
+    def transaction(self):
+        """A write transaction (BEGIN IMMEDIATE: a read inside it may decide the
+        write), committed whole or rolled back, under the object's lock."""
         with self._lock:
-            self.conn.execute("BEGIN IMMEDIATE")
             try:
-                cur = self.conn.execute(sql, args)
-                rows = cur.fetchall()
+                self.conn.execute("BEGIN IMMEDIATE")
+                yield self.conn
                 self.conn.execute("COMMIT")
-            except BaseException:
-                self.conn.execute("ROLLBACK")
+            except BaseException as e:
+                if self.conn.in_transaction:     # some errors roll back by themselves
+                    self.conn.execute("ROLLBACK")
+                if isinstance(e, sqlite3.Error):
+                    raise DatabaseError(f"{self.path}: {e}") from e
                 raise
-            return rows
+
+    def _write(self, sql, args=()):
+        """One statement in its own transaction; the rows it returns."""
+        with self.transaction() as conn:
+            return conn.execute(sql, args).fetchall()
 
     def sweep(self):
         """Ends as ABORTED ("station stopped") every RUNNING run whose lock nobody
@@ -282,15 +286,8 @@ class StationDB:
         two stations on one folder never give out one address twice. A folder
         that holds line leases gives only their addresses; `from_line`: the index
         is the one the line holds for this serial."""
-        with self._lock:
-            self.conn.execute("BEGIN IMMEDIATE")
-            try:
-                found = self._give_mac(serial, first, last, index, from_line)
-                self.conn.execute("COMMIT")
-            except BaseException:
-                self.conn.execute("ROLLBACK")
-                raise
-        return found
+        with self.transaction():
+            return self._give_mac(serial, first, last, index, from_line)
 
     def _give_mac(self, serial, first, last, index, from_line=False):
         held = self.conn.execute("SELECT mac FROM unit WHERE serial = ?", (serial,)).fetchone()
@@ -355,13 +352,15 @@ class StationDB:
 
     def add_step(self, run_id, idx, step):
         """One step's row, in its own transaction, as the step ends."""
-        self._write("INSERT INTO step (run_id, idx, name, command, verdict, duration, output, note) "
-                    "VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (run_id, idx) DO UPDATE SET "
-                    "name = excluded.name, command = excluded.command, "
-                    "verdict = excluded.verdict, duration = excluded.duration, "
-                    "output = excluded.output, note = excluded.note",
-                    (run_id, idx, step.get("name"), step.get("command"), step.get("verdict"),
-                     step.get("duration"), step.get("output"), step.get("note")))
+        with self.transaction() as conn:
+            conn.execute("INSERT INTO step (run_id, idx, name, command, verdict, duration, "
+                         "output, note) VALUES (?, ?, ?, ?, ?, ?, ?, ?) "
+                         "ON CONFLICT (run_id, idx) DO UPDATE "
+                         "SET name = excluded.name, command = excluded.command, "
+                         "verdict = excluded.verdict, duration = excluded.duration, "
+                         "output = excluded.output, note = excluded.note",
+                         (run_id, idx, step.get("name"), step.get("command"), step.get("verdict"),
+                          step.get("duration"), step.get("output"), step.get("note")))
 
     def end_run(self, run_id, result, error=None, record=None, junit=None, ended=None):
         if result not in RESULTS[1:]:

@@ -128,6 +128,7 @@ def load(path, unit=None, unit_index=0, station="", date=""):
         for k, v in value.items():
             _check_type(TABLES[key], k, v, lambda p, k=k: fail(where.table(key, k), p))
 
+    # "-mac" (no placeholder can have that name) says why {mac} may have no value.
     values = {"serial": unit, "station": station, "date": date, "mac": None, "mac_plain": None,
               "-mac": "the plan has no [mac] block"}
     mac, block = doc.get("mac"), None

@@ -84,9 +84,14 @@ def check(plan_path, serial, unit_index, station, date):
 def run_unit(db, plan_path, *, serial, connect, simulated, fixture=None, station, operator=None,
              records, unit_index=None, junit=None, progress=sys.stdout,
              on_event=None, confirm=None, abort=None):
-    """Runs the plan on the unit `connect()` reaches and returns its record.
-    Refusals (ValueError for the serial, PlanError, MacError) come before the run
-    is in the database and before anything is sent to the phone."""
+    """Runs the plan on the unit `connect()` reaches and returns its record (with
+    the files' paths under "record" and "junit"). Refusals (ValueError for the
+    serial, PlanError, MacError) come before the run is in the database and
+    before anything is sent to the phone. `on_event(kind, **data)`, from the
+    running thread: "start" (id, mac, n), "step" (i, n, name) before each step,
+    "step_done" (i, n, step: the step's record) and "end" (record). `abort`
+    (.is_set(), .reason) is looked at between steps: the run then ends ABORTED
+    with the reason."""
     emit = on_event or (lambda kind, **data: None)
     started = stationdb.utc_now()
     serial, plan = check(plan_path, serial, unit_index, station, started[:10])

@@ -1,15 +1,18 @@
 """The station's database: MACs handed out once, runs kept from their start and
 ended by whoever opens the folder after a station died, and schema upgrades."""
+import io
 import json
 import os
 import signal
 import sqlite3
 import subprocess
+import threading
 import time
 
 import pytest
 
 from conftest import FTSTATION, ftstation
+from ftstation import Console, session
 from ftstation import db as stationdb
 
 FIRST = 0x001B4F100000
@@ -63,7 +66,8 @@ MAC_ROWS = [
                  "no address left for E"),
     (None, (), 2, "step 1: {mac} has no value: give --unit or --unit-index"),
     (None, ("--unit-index", "1"), 0, "00:1B:4F:10:00:01"),   # no serial: nothing held
-    ("a b", (), 2, "serial 'a b' holds ' ': only letters, digits, '.', '_' and '-' may name a unit"),
+    ("a b", (), 2,
+     "serial 'a b' holds ' ': only letters, digits, '.', '_' and '-' may name a unit"),
     (".A", (), 2, "serial '.A' begins with '.'"),
     ("A" * 33, (), 2, f"serial '{'A' * 33}' is longer than 32 characters"),
     ("  ", (), 2, "the serial is empty"),
@@ -126,6 +130,39 @@ def test_a_station_stopped_mid_plan(tmp_path, signum, error):
         assert db.mac_for("K1", FIRST, FIRST + 9) == (run["mac"], 0)
         assert db.mac_for("K2", FIRST, FIRST + 9) == ("00:1B:4F:10:00:01", 1)
     assert os.listdir(os.path.join(records, "locks")) == ["open"]
+
+
+class Abort(threading.Event):
+    reason = "stopped from the page"
+
+
+def test_a_run_in_a_fixture_thread_reports_each_step_and_stops_when_asked(tmp_path):
+    path = plan(tmp_path, steps=[("mac", "program write ethaddr {mac}"), ("b", "info"),
+                                 ("c", "info")])
+    events, abort, done, records = [], Abort(), {}, str(tmp_path / "rec")
+
+    def on_event(kind, **data):
+        events.append((kind, data.get("i")))
+        if kind == "step_done" and data["i"] == 1:
+            abort.set()
+
+    with stationdb.StationDB(records) as db:
+        thread = threading.Thread(target=lambda: done.update(session.run_unit(
+            db, path, serial="T1", connect=lambda: (Console.spawn(stand_in(tmp_path)[1:]), "x"),
+            simulated=False, fixture="F2", station="s", records=records,
+            progress=io.StringIO(), on_event=on_event, abort=abort)))
+        thread.start()
+        thread.join(30)
+        assert events == [("start", None), *[(k, i) for i in (1, 2, 3)
+                                              for k in ("step", "step_done")], ("end", None)]
+        assert [(s["verdict"], s["note"]) for s in done["steps"]] == [
+            ("PASS", ""), *[("SKIP", "not run: stopped from the page")] * 2]
+        [run] = db.runs()
+        assert (run["id"], run["result"], run["error"], run["fixture"], run["record"]) == (
+            done["id"], "ABORTED", "stopped from the page", "F2", done["record"])
+        assert len(db.steps(run["id"])) == 3
+    with open(done["record"]) as f:
+        assert json.load(f)["result"] == "ABORTED"
 
 
 def _run(db, serial):
