@@ -42,20 +42,22 @@ class Uploader:
                  on_change=None):
         self.url, self.station, self.block, self.link = line.check_url(url), station, block, link
         self.batch, self.on_change = batch, on_change
-        self._local = leases.open_local(records)
+        self._local = leases.open_local(records)          # the uploading thread's
         self._lock = threading.Lock()
+        self._reader = leases.open_local(records)         # what the station shows
+        self._reading = threading.Lock()
         self.last_error, self.went = None, 0
         self._stop, self._wake, self._thread = threading.Event(), threading.Event(), None
 
     # --- what the station shows ---------------------------------------------------
 
     def queued(self):
-        with self._lock:
-            return self._local.execute(f"SELECT COUNT(*) FROM run WHERE {QUEUED}").fetchone()[0]
+        with self._reading:
+            return self._reader.execute(f"SELECT COUNT(*) FROM run WHERE {QUEUED}").fetchone()[0]
 
     def status(self):
-        with self._lock:
-            found = leases.conflicts(self._local)
+        with self._reading:
+            found = leases.conflicts(self._reader)
         return {"queued": self.queued(), "last_error": self.last_error, "conflicts": found}
 
     # --- uploading ------------------------------------------------------------------
@@ -108,7 +110,8 @@ class Uploader:
                                         "VALUES ('joined', ?)", (stationdb.utc_now(),))])
 
     def _batch(self, conn):
-        """One transaction on the line; None when nothing was left to send."""
+        """One transaction on the line; None when nothing was left to send. Steps
+        and measurements stream from station.db into COPY, never all in memory."""
         with self._lock:
             runs = self._local.execute(
                 f"SELECT {', '.join(RUN)} FROM run WHERE {QUEUED} ORDER BY started LIMIT ?",
@@ -119,21 +122,20 @@ class Uploader:
                 return None
             ids = [r[0] for r in runs]
             marks = ", ".join("?" * len(ids))
-            steps = self._local.execute(f"SELECT {', '.join(STEP)} FROM step "
-                                        f"WHERE run_id IN ({marks})", ids).fetchall()
             measured = self._local.execute("SELECT 1 FROM sqlite_master WHERE type = 'table' "
                                            "AND name = 'measurement'").fetchone()
-            measurements = self._local.execute(
-                f"SELECT {', '.join(MEASUREMENT)} FROM measurement WHERE run_id IN ({marks})",
-                ids).fetchall() if measured else []
-        runs = [(r[0], r[1] or self.station, *r[2:]) for r in runs]
-        with conn.transaction():
-            _copy(conn, "unit", UNIT, units, f", {_quote(conn, self.station)}", "station")
-            held = conn.execute("SELECT u.serial, u.mac, l.serial, l.mac FROM up_unit u "
-                                "JOIN unit l ON l.serial = u.serial OR l.mac = u.mac").fetchall()
-            _copy(conn, "run", RUN, runs)
-            _copy(conn, "step", STEP, steps)
-            _copy(conn, "measurement", MEASUREMENT, measurements)
+            runs = [(r[0], r[1] or self.station, *r[2:]) for r in runs]
+            with conn.transaction():
+                _copy(conn, "unit", UNIT, units, f", {_quote(conn, self.station)}", "station")
+                held = conn.execute("SELECT u.serial, u.mac, l.serial, l.mac FROM up_unit u "
+                                    "JOIN unit l ON l.serial = u.serial OR l.mac = u.mac").fetchall()
+                _copy(conn, "run", RUN, runs)
+                _copy(conn, "step", STEP, self._local.execute(
+                    f"SELECT {', '.join(STEP)} FROM step WHERE run_id IN ({marks})", ids))
+                if measured:
+                    _copy(conn, "measurement", MEASUREMENT, self._local.execute(
+                        f"SELECT {', '.join(MEASUREMENT)} FROM measurement "
+                        f"WHERE run_id IN ({marks})", ids))
         found = {}
         for serial, mac, held_serial, held_mac in held:
             conflict = line.conflict_of(serial, mac, [(held_serial, held_mac)])
@@ -168,6 +170,8 @@ class Uploader:
             self._thread.join(timeout)
         with self._lock:
             self._local.close()
+        with self._reading:
+            self._reader.close()
 
     def _loop(self):
         delay = 0.0
@@ -201,8 +205,6 @@ def _copy(conn, table, columns, rows, extra="", extra_column=None):
     temp = f"up_{table}"
     conn.execute(f"CREATE TEMP TABLE {temp} ("
                  + ", ".join(f"{c} {TYPES.get(c, 'text')}" for c in columns) + ") ON COMMIT DROP")
-    if not rows:
-        return
     with conn.cursor().copy(f"COPY {temp} ({', '.join(columns)}) FROM STDIN") as copy:
         for row in rows:
             copy.write_row(row)
