@@ -300,3 +300,16 @@ def test_a_bad_station_file_is_one_line_and_status_2(tmp_path, text, line):
                        text=True, timeout=GUARD)
     assert (r.returncode, r.stdout, r.stderr.count("\n")) == (2, "", 1)
     assert r.stderr.startswith(f"ftstation: {path}{line}"), r.stderr
+
+
+def test_a_hung_console_holds_only_its_own_fixture(tmp_path, serve):
+    hung = json.dumps(["/bin/sh", "-c", "printf 'ft>'; read l; sleep 600"])
+    s = serve(station_file(tmp_path, [("H", f"spawn = {hung}"), ("B", "simulated = true")]))
+    assert s.call("POST", "/api/fixtures/H/start", {"serial": "SN1"})[0] == 202
+    until("the hung step", lambda: s.fixture("H")["step_name"] == "program MAC address")
+    assert s.call("POST", "/api/fixtures/B/start", {"serial": "SN2"})[0] == 202
+    assert s.until("B", "finished")["result"] == "PASS"
+    assert s.fixture("H")["state"] == "running"
+    assert s.call("POST", "/api/fixtures/H/abort")[0] == 202
+    aborted = s.until("H", "finished")
+    assert (aborted["result"], aborted["error"]) == ("ABORTED", "aborted by the operator")
