@@ -15,6 +15,7 @@ import urllib.parse
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 from ftstation import stationfile
+from ftstation.db import DatabaseError
 from ftstation.station import HISTORY, Refused, Station
 
 USAGE = "ftstation serve STATION.toml [--port N] [--listen ADDR] [--build host|asan|arm]"
@@ -205,7 +206,7 @@ def main(argv):
         return 2
     try:
         station = Station(config, build=args.build)
-    except Refused as e:
+    except (Refused, DatabaseError, OSError) as e:
         print(f"ftstation: {e}", file=sys.stderr)
         return 1
     stop = threading.Event()

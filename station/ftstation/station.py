@@ -200,6 +200,7 @@ class Station:
             busy = [s for s in self.slots.values() if s.state in BUSY]
             for slot in busy:
                 self._abort(slot, "station stopped")
+            self._announce()          # the event streams end
         deadline = time.monotonic() + STOP_WAIT
         for slot in busy:
             slot.thread.join(max(0.1, deadline - time.monotonic()))
@@ -216,22 +217,12 @@ class Station:
         phone = os.path.join(self.config.records, "phones", serial) if simulated else None
 
         def connect():
-            if simulated:
-                if fresh or not os.path.isdir(phone):
-                    os.makedirs(os.path.dirname(phone), exist_ok=True)
-                    self._ftsim("new", phone, "--force")
-                for verb, *args in fixture.sim_setup:
-                    self._ftsim(verb, phone, *args)
-                    undo.append(["plug", *args] if verb == "unplug" else
-                                ["fault", "clear"] if verb == "fault" else None)
-                console = Console.simulated(phone, build=self.build, ftsim=self.ftsim)
-                what = f"simulated phone {phone}"
-            elif fixture.transport == "serial":
-                console = Console.serial(fixture.serial, fixture.baud)
-                what = f"serial line {fixture.serial}"
-            else:
-                console = Console.spawn(fixture.spawn)
-                what = "command " + " ".join(fixture.spawn)
+            try:
+                console, what = self._open(fixture, phone, fresh, undo)
+            except StationError:
+                raise
+            except Exception as e:  # noqa: BLE001 -- pexpect's, pyserial's, the system's
+                raise StationError(f"cannot reach the console: {e}") from None
             with self.lock:
                 slot.console = console
                 if slot.abort.is_set():
@@ -249,14 +240,39 @@ class Station:
                 abort=slot.abort)
         except Exception as e:  # noqa: BLE001 -- whatever ends the run, the card says why
             record = {"result": "ABORTED" if slot.abort.is_set() else "FAIL",
-                      "error": slot.abort.reason or str(e).splitlines()[0]}
+                      "error": slot.abort.reason or (str(e) or type(e).__name__).splitlines()[0]}
+            if slot.run:           # a run the session began and could not end
+                try:
+                    self.db.end_run(slot.run, record["result"], record["error"])
+                except Exception:  # noqa: BLE001 -- the next sweep marks it then
+                    pass
         finally:
-            for words in reversed([u for u in undo if u]):
+            for words in reversed(undo):
                 try:
                     self._ftsim(words[0], phone, *words[1:])
                 except StationError:
                     pass      # the next run's setup says what is wrong with the phone
         self._finished(slot, record)
+
+    def _open(self, fixture, phone, fresh, undo):
+        """The fixture's console; a simulated phone is made at the serial's
+        first run and set up as the fixture says (`undo`: how to take it back)."""
+        if fixture.transport == "serial":
+            return (Console.serial(fixture.serial, fixture.baud),
+                    f"serial line {fixture.serial}")
+        if fixture.transport == "spawn":
+            return Console.spawn(fixture.spawn), "command " + " ".join(fixture.spawn)
+        if fresh or not os.path.isdir(phone):
+            os.makedirs(os.path.dirname(phone), exist_ok=True)
+            self._ftsim("new", phone, "--force")
+        for verb, *args in fixture.sim_setup:
+            self._ftsim(verb, phone, *args)
+            if verb == "unplug":
+                undo.append(["plug", *args])
+            elif verb == "fault" and ["fault", "clear"] not in undo:
+                undo.insert(0, ["fault", "clear"])
+        return (Console.simulated(phone, build=self.build, ftsim=self.ftsim),
+                f"simulated phone {phone}")
 
     def _on_event(self, slot, kind, data):
         with self.lock:
