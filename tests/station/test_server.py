@@ -1,6 +1,7 @@
 """`ftstation serve`: fixtures side by side behind the operator page (headless
 Chromium) and the JSON API; a phone on a serial line; a server killed mid-run;
 and what the station refuses."""
+import glob
 import http.client
 import json
 import os
@@ -289,6 +290,12 @@ BAD_STATIONS = [
     ('[station]\nplan = "plan.toml"\n' + FIXTURE.replace('"A"', '"A B"'),
      ":4: fixture 1: name 'A B': 1 to 32 characters"),
 ]
+
+
+def test_the_shipped_station_files_load():
+    from ftstation import stationfile
+    for path in glob.glob(os.path.join(REPO, "station", "stations", "*.toml")):
+        assert stationfile.load(path).fixtures, path
 
 
 @pytest.mark.parametrize("text, line", BAD_STATIONS)
