@@ -98,7 +98,8 @@ def parallel(tmp, n):
         while True:
             fixtures = server.call("GET", "/api/status")[1]["fixtures"]
             if all(f["state"] == "finished" for f in fixtures):
-                return time.perf_counter() - start, [f["result"] for f in fixtures]
+                return (time.perf_counter() - start, [f["result"] for f in fixtures],
+                        server.cpu_seconds())
             time.sleep(0.2)
     finally:
         server.stop()
@@ -156,12 +157,14 @@ def main():
               f"{cpu:.2f} s in {args.idle:g} s ({100 * cpu / args.idle:.2f} %)")
         one = None
         for n in counts:
-            seconds, results = parallel(tmp, n)
+            load = os.getloadavg()[0]
+            seconds, results, cpu = parallel(tmp, n)
             one = one or seconds
             ratio = seconds / one
             aim = f" (required: <= {REQUIRED}, goal: <= {GOAL})" if n > 1 else ""
             print(f"station_parallel: production flow on {n} fixture(s) at once: {seconds:.1f} s, "
-                  f"ratio to one fixture {ratio:.2f}{aim}; results {' '.join(results)}",
+                  f"ratio to one fixture {ratio:.2f}{aim}; the server's own CPU {cpu:.1f} s; "
+                  f"load average before {load:.1f}; results {' '.join(results)}",
                   flush=True)
     return 0
 
