@@ -40,21 +40,6 @@ class Abort(threading.Event):
             self.set()
 
 
-class LockedDB:
-    """The station database shared by the fixtures' threads: one call at a time."""
-
-    def __init__(self, db, lock):
-        self._db, self._lock = db, lock
-
-    def __getattr__(self, name):
-        method = getattr(self._db, name)
-
-        def locked(*args, **kw):
-            with self._lock:
-                return method(*args, **kw)
-        return locked
-
-
 class _Null:
     def write(self, text):
         return len(text)
@@ -93,8 +78,8 @@ class Station:
         self.changed = threading.Condition(self.lock)
         self.version = 0
         self.stopping = False
-        self._db_lock = threading.Lock()
-        self.db = LockedDB(stationdb.StationDB(config.records), self._db_lock)
+        self._db_lock = threading.Lock()      # the page's own reading connection
+        self.db = stationdb.StationDB(config.records)   # safe to share between threads
         self._read = sqlite3.connect(os.path.join(config.records, "station.db"), timeout=10,
                                      check_same_thread=False)
         self.slots = {f.name: Slot(f) for f in config.fixtures}
@@ -206,7 +191,7 @@ class Station:
             slot.thread.join(max(0.1, deadline - time.monotonic()))
         with self._db_lock:
             self._read.close()
-            self.db._db.close()
+        self.db.close()
         os.close(self._serving)
 
     # --- a fixture's thread --------------------------------------------------
@@ -238,14 +223,9 @@ class Station:
                 on_event=lambda kind, **data: self._on_event(slot, kind, data),
                 confirm=lambda prompt: self._ask(slot, prompt, steps, phone),
                 abort=slot.abort)
-        except Exception as e:  # noqa: BLE001 -- whatever ends the run, the card says why
+        except Exception as e:  # noqa: BLE001 -- a refusal, or a run the session ended itself
             record = {"result": "ABORTED" if slot.abort.is_set() else "FAIL",
                       "error": slot.abort.reason or (str(e) or type(e).__name__).splitlines()[0]}
-            if slot.run:           # a run the session began and could not end
-                try:
-                    self.db.end_run(slot.run, record["result"], record["error"])
-                except Exception:  # noqa: BLE001 -- the next sweep marks it then
-                    pass
         finally:
             for words in reversed(undo):
                 try:
@@ -277,15 +257,13 @@ class Station:
     def _on_event(self, slot, kind, data):
         with self.lock:
             if kind == "start":
-                slot.run = data.get("run") or data.get("run_id") or data.get("id")
-                slot.mac = data.get("mac", slot.mac)
-                slot.steps = data.get("steps") or data.get("n") or 0
+                slot.run, slot.mac, slot.steps = data["id"], data["mac"], data["n"]
                 self._refresh()           # the run is in the history from its start
             elif kind == "step":
                 slot.step, slot.steps = data["i"], data.get("n", slot.steps)
                 slot.step_name = data.get("name")
             elif kind == "step_done":
-                outcome = data.get("outcome") or data.get("record") or data.get("step") or {}
+                outcome = data["step"]
                 slot.step, slot.done = data["i"], data["i"]
                 if outcome.get("verdict") == "FAIL":
                     slot.failures.append((outcome.get("name"), outcome.get("note") or ""))

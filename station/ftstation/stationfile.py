@@ -10,6 +10,7 @@ import tomllib
 
 from ftstation import plan as plans
 from ftstation.console import FTSIM
+from ftstation.db import check_serial
 
 STATION_KEYS = {"id": str, "plan": str, "records": str, "serial_pattern": str}
 FIXTURE_KEYS = {"name": str, "simulated": bool, "serial": str, "baud": int, "spawn": list,
@@ -17,7 +18,6 @@ FIXTURE_KEYS = {"name": str, "simulated": bool, "serial": str, "baud": int, "spa
 TRANSPORTS = ("simulated", "serial", "spawn")
 # ftsim verbs that make, run or serve a phone: nothing a fixture's setup does.
 NOT_SETUP = {"new", "run", "exec", "view", "help", "station"}
-NAME = re.compile(r"[A-Za-z0-9_-][A-Za-z0-9._-]{0,31}")
 
 
 class StationFileError(Exception):
@@ -152,14 +152,8 @@ def load(path, verbs=None):
                         "(see ./ftsim help)", "sim_setup")
         fixtures.append(fixture)
 
-    block = None
-    with open(plan_path, "rb") as f:
-        mac = tomllib.load(f).get("mac")
-    if mac:
-        block = tuple(int(mac[k].replace(":", ""), 16) for k in ("first", "last"))
-    del loaded
     return StationFile(os.path.abspath(path), station_id, plan_path,
-                       here(station.get("records", "records")), pattern, fixtures, block)
+                       here(station.get("records", "records")), pattern, fixtures, loaded.block)
 
 
 def _check_type(allowed, key, value, bad):
@@ -178,8 +172,10 @@ def _fixture(raw, bad, here):
     name = raw.get("name")
     if not name:
         bad("has no name")
-    if not NAME.fullmatch(name):
-        bad(f"name {name!r}: 1 to 32 characters of A-Z a-z 0-9 . _ -, not first a dot", "name")
+    try:
+        check_serial(name)
+    except ValueError as e:
+        bad(str(e).replace("serial", "name", 1).replace("name a unit", "name a fixture"), "name")
     given = [t for t in TRANSPORTS if raw.get(t)]
     if len(given) != 1:
         bad(f"{name}: give one transport: simulated = true, serial = DEVICE or spawn = [ARGV]"

@@ -288,7 +288,7 @@ BAD_STATIONS = [
     ('[station]\nplan = "plan.toml"\n' + FIXTURE + 'sim_setup = ["unplugg display"]\n',
      ":6: fixture 1: sim_setup: 'unplugg' is no ftsim verb a fixture can set up"),
     ('[station]\nplan = "plan.toml"\n' + FIXTURE.replace('"A"', '"A B"'),
-     ":4: fixture 1: name 'A B': 1 to 32 characters"),
+     ":4: fixture 1: name 'A B' holds ' '"),
 ]
 
 
