@@ -1,6 +1,8 @@
 import sys
 
-if sys.argv[1:2] in (["line-init"], ["upload"]):
+if sys.argv[1:2] == ["serve"]:
+    from ftstation.serve import main
+elif sys.argv[1:2] in (["line-init"], ["upload"]):
     from ftstation.linecli import main
 else:
     from ftstation.cli import main
