@@ -47,7 +47,7 @@ def station_line(path):
     """(records, url, station id, MAC block) of a station file with a [line] table."""
     from ftstation import stationfile
     try:
-        config = stationfile.load(path, verbs=set())
+        config = stationfile.load(path)
     except stationfile.StationFileError as e:
         raise line.BadURL(str(e)) from None
     if not config.line:

@@ -12,9 +12,11 @@ import threading
 import time
 
 from ftstation import db as stationdb
+from ftstation import leases, line
 from ftstation import plan as plans
 from ftstation import session
 from ftstation.console import FTSIM, Console, StationError
+from ftstation.uploader import Uploader
 
 HISTORY = 50
 OPERATOR_WAIT = 30 * 60      # seconds a prompt waits for Done or Failed
@@ -80,6 +82,15 @@ class Station:
         self.stopping = False
         self._db_lock = threading.Lock()      # the page's own reading connection
         self.db = stationdb.StationDB(config.records)   # safe to share between threads
+        self.uploader = self.link = None
+        if config.line:
+            # MACs from the line's leases, and every finished run uploaded to it.
+            self.link = line.Link(config.line.database)
+            self.db = leases.LineMacs(self.db, config.records, self.link, config.id,
+                                      config.line.lease)
+            self.uploader = Uploader(config.records, config.line.database, config.id,
+                                     config.mac_block, self.link, on_change=self._line_changed)
+            self.uploader.start()
         self._read = sqlite3.connect(os.path.join(config.records, "station.db"), timeout=10,
                                      check_same_thread=False)
         self.slots = {f.name: Slot(f) for f in config.fixtures}
@@ -90,10 +101,14 @@ class Station:
     # --- what the page and the API read ------------------------------------
 
     def status(self):
+        found = self.uploader.status() if self.uploader else None
         with self.lock:
-            return {"station": self.config.id,
-                    "fixtures": [s.as_dict() for s in self.slots.values()],
-                    "today": dict(self.today), "version": self.version}
+            status = {"station": self.config.id,
+                      "fixtures": [s.as_dict() for s in self.slots.values()],
+                      "today": dict(self.today), "version": self.version}
+        if found is not None:
+            status["line"] = found
+        return status
 
     def runs(self, limit=HISTORY):
         rows = self.db.runs(limit)
@@ -189,6 +204,10 @@ class Station:
         deadline = time.monotonic() + STOP_WAIT
         for slot in busy:
             slot.thread.join(max(0.1, deadline - time.monotonic()))
+        if self.uploader:
+            self.uploader.stop()
+            self.link.close()
+            self.db.close_line()
         with self._db_lock:
             self._read.close()
         self.db.close()
@@ -283,8 +302,8 @@ class Station:
             slot.state, slot.prompt, slot.answer = "running", None, None
             self._announce()
         if ok and phone and 0 < slot.step <= len(steps):
-            for line in steps[slot.step - 1].sim:
-                verb, *args = line.split()
+            for words in steps[slot.step - 1].sim:
+                verb, *args = words.split()
                 self._ftsim(verb, phone, *args)
         return ok
 
@@ -298,6 +317,13 @@ class Station:
                 slot.failures = [(s["name"], s.get("note") or "") for s in record["steps"]
                                  if s.get("verdict") == "FAIL"]
             self._refresh()
+            self._announce()
+        if self.uploader:
+            self.uploader.poke()
+
+    def _line_changed(self):
+        """The uploader's queue or its error changed: the header shows it."""
+        with self.lock:
             self._announce()
 
     # --- helpers ----------------------------------------------------------------

@@ -8,10 +8,12 @@ import re
 import subprocess
 import tomllib
 
+from ftstation import line
 from ftstation import plan as plans
 from ftstation.console import FTSIM
 from ftstation.db import check_serial
 
+LINE_KEYS = {"database": str, "lease": int}
 STATION_KEYS = {"id": str, "plan": str, "records": str, "serial_pattern": str}
 FIXTURE_KEYS = {"name": str, "simulated": bool, "serial": str, "baud": int, "spawn": list,
                 "sim_setup": list, "ask_operator": bool}
@@ -45,6 +47,13 @@ class StationFile:
     serial_pattern: object       # a compiled regular expression, or None
     fixtures: list
     mac_block: tuple             # (first, last) as 48-bit numbers, or None
+    line: object = None          # LineSettings, or None for a station on its own
+
+
+@dataclasses.dataclass
+class LineSettings:
+    database: str                # the line database's URL, without a password
+    lease: int = 64              # MAC addresses taken from the line at a time
 
 
 class _Lines:
@@ -67,6 +76,12 @@ class _Lines:
 
     def station(self, key=None):
         at = self.header(r"\s*\[\s*station\s*\]")
+        if at is None:
+            return 1
+        return (key and self._key_after(at, key)) or at + 1
+
+    def table(self, name, key=None):
+        at = self.header(r"\s*\[\s*%s\s*\]" % name)
         if at is None:
             return 1
         return (key and self._key_after(at, key)) or at + 1
@@ -108,7 +123,7 @@ def load(path, verbs=None):
         return os.path.normpath(os.path.join(folder, os.path.expanduser(p)))
 
     for key in doc:
-        if key not in ("station", "fixture"):
+        if key not in ("station", "fixture", "line"):
             fail(1, f"unknown key or table {key!r}")
     station = doc.get("station")
     if not isinstance(station, dict):
@@ -153,7 +168,29 @@ def load(path, verbs=None):
         fixtures.append(fixture)
 
     return StationFile(os.path.abspath(path), station_id, plan_path,
-                       here(station.get("records", "records")), pattern, fixtures, loaded.block)
+                       here(station.get("records", "records")), pattern, fixtures, loaded.block,
+                       _line(doc.get("line"), lambda key, problem: fail(where.table("line", key),
+                                                                        problem)))
+
+
+def _line(raw, bad):
+    """The [line] table: the line database's URL (never with a password) and the lease."""
+    if raw is None:
+        return None
+    if not isinstance(raw, dict):
+        bad(None, "line is a table: [line]")
+    for key, value in raw.items():
+        _check_type(LINE_KEYS, key, value, lambda p, key=key: bad(key, p))
+    if "database" not in raw:
+        bad(None, "[line] has no database")
+    try:
+        line.check_url(raw["database"])
+    except line.BadURL as e:
+        bad("database", str(e))
+    settings = LineSettings(raw["database"], raw.get("lease", 64))
+    if not 1 <= settings.lease <= 65536:
+        bad("lease", "lease is 1 to 65536 addresses")
+    return settings
 
 
 def _check_type(allowed, key, value, bad):

@@ -7,13 +7,13 @@ import signal
 import socket
 import subprocess
 import sys
-import threading
 import time
 
 import psycopg
 import pytest
 
 from conftest import FTSTATION, REPO
+from test_server import serve, until  # noqa: F401 -- the fixture
 from ftstation import db as stationdb
 from ftstation import leases, line
 from ftstation.uploader import Uploader
@@ -171,46 +171,75 @@ def test_the_uploader_killed_mid_batch_loses_and_doubles_nothing(tmp_path, url):
     assert q(url, "SELECT count(*) FROM unit") == [(400,)]
 
 
-def test_runs_queue_while_the_server_is_stopped_and_drain_after(tmp_path, cluster, url):
-    records = tmp_path / "rec"
-    finished_runs(records, 5, serial="A")
-    changes = threading.Event()
-    up = Uploader(records, url, "st", on_change=changes.set)
-    up.start()
+ONE_STEP = """
+[mac]
+first = "02:00:00:00:00:00"
+last = "02:00:00:00:00:FF"
+
+[[step]]
+name = "program MAC address"
+command = "program write ethaddr {mac}"
+stored = "{mac}"
+"""
+
+
+def line_station(folder, name, url, fixtures=("A", "B"), lease=4):
+    folder.mkdir()
+    (folder / "plan.toml").write_text(ONE_STEP)
+    path = folder / "station.toml"
+    path.write_text(f'[station]\nid = "{name}"\nplan = "plan.toml"\nrecords = "rec"\n'
+                    f'[line]\ndatabase = "{url}"\nlease = {lease}\n'
+                    + "".join(f'[[fixture]]\nname = "{f}"\nsimulated = true\n' for f in fixtures))
+    return path
+
+
+def test_three_stations_upload_every_run_once_with_unique_macs(tmp_path, url, serve):
+    stations = [serve(line_station(tmp_path / f"st{k}", f"st{k}", url)) for k in range(3)]
+    serials = []
+    for round in range(3):
+        for k, s in enumerate(stations):
+            for f in "AB":
+                serials.append(f"SN{round}{k}{f}")
+                assert s.call("POST", f"/api/fixtures/{f}/start", {"serial": serials[-1]})[0] == 202
+        for s in stations:
+            for f in "AB":
+                assert s.until(f, "finished")["result"] == "PASS"
+    # A unit of st0 retested at st1 keeps its MAC.
+    assert stations[1].call("POST", "/api/fixtures/A/start", {"serial": "SN00A"})[0] == 202
+    retest = stations[1].until("A", "finished")
+    until("every run on the line", lambda: all(
+        s.call("GET", "/api/status")[1]["line"]["queued"] == 0 for s in stations))
+    runs = q(url, "SELECT serial, mac, station FROM run ORDER BY started")
+    assert len(runs) == 19 and len(q(url, "SELECT DISTINCT id FROM run")) == 19
+    assert {s for s, _, _ in runs} == set(serials)
+    macs = dict(q(url, "SELECT serial, mac FROM unit"))
+    assert len(macs) == 18 and len(set(macs.values())) == 18
+    assert retest["mac"] == macs["SN00A"] and (runs[-1][0], runs[-1][2]) == ("SN00A", "st1")
+    for s in stations:
+        assert s.call("GET", "/api/status")[1]["line"] == {"queued": 0, "last_error": None,
+                                                           "conflicts": []}
+
+
+def test_runs_queue_while_the_server_is_stopped_and_drain_after(tmp_path, cluster, url, serve):
+    s = serve(line_station(tmp_path / "st", "st", url, fixtures=("A",)))
+    for serial in ("SN1", "SN2", "SN3"):
+        if serial == "SN2":           # the first unit took the lease: the station goes on
+            until("SN1 uploaded", lambda: s.call("GET", "/api/status")[1]["line"]["queued"] == 0)
+            cluster.stop()
+        assert s.call("POST", "/api/fixtures/A/start", {"serial": serial})[0] == 202
+        assert s.until("A", "finished")["result"] == "PASS"
     try:
-        _until(lambda: up.queued() == 0)
-        cluster.stop()
-        try:
-            finished_runs_more = _more_runs(records, "B", 4)
-            up.poke()
-            _until(lambda: up.last_error and up.queued() == 4)
-            status = up.status()
-            assert status["queued"] == 4 and "cannot be reached" in status["last_error"]
-        finally:
-            cluster.start()
-        up.poke()                    # waits out its backoff: a second, then two
-        _until(lambda: up.queued() == 0, timeout=30)
-        assert up.status()["last_error"] is None
+        until("the queue", lambda: s.call("GET", "/api/status")[1]["line"]["queued"] == 2)
+        status = s.call("GET", "/api/status")[1]["line"]
+        until("the error", lambda: s.call("GET", "/api/status")[1]["line"]["last_error"])
+        assert "cannot be reached" in s.call("GET", "/api/status")[1]["line"]["last_error"]
     finally:
-        up.stop()
-    assert q(url, "SELECT count(*), count(DISTINCT id) FROM run") == [(9, 9)]
-    assert {i for (i,) in q(url, "SELECT id FROM run WHERE serial LIKE 'B%'")} == \
-        set(finished_runs_more)
-
-
-def _more_runs(records, serial, n):
-    """Runs that end while the line is down: written the way a station does."""
-    db = stationdb.StationDB(records)
-    ids = []
-    for k in range(n):
-        mac, _ = db.mac_for(f"{serial}{k}", FIRST, LAST)
-        run_id = db.start_run(serial=f"{serial}{k}", fixture="A", station="st", operator=None,
-                              plan="p", plan_sha256="0", software="t", mac=mac)
-        db.add_step(run_id, 1, {"name": "one", "verdict": "PASS", "duration": 0.1})
-        db.end_run(run_id, "PASS")
-        ids.append(run_id)
-    db.close()
-    return ids
+        cluster.start()
+    until("the queue drained", lambda: s.call("GET", "/api/status")[1]["line"] ==
+          {"queued": 0, "last_error": None, "conflicts": []})
+    assert status["conflicts"] == []
+    assert q(url, "SELECT serial, count(*) FROM run GROUP BY serial ORDER BY 1") == \
+        [("SN1", 1), ("SN2", 1), ("SN3", 1)]
 
 
 def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
@@ -254,10 +283,3 @@ def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
         off.mac_for("X4", FIRST, LAST)
     db_a.close()
     db_b.close()
-
-
-def _until(check, timeout=20.0):
-    deadline = time.monotonic() + timeout
-    while not check():
-        assert time.monotonic() < deadline, "timed out"
-        time.sleep(0.05)

@@ -289,6 +289,10 @@ BAD_STATIONS = [
      ":6: fixture 1: sim_setup: 'unplugg' is no ftsim verb a fixture can set up"),
     ('[station]\nplan = "plan.toml"\n' + FIXTURE.replace('"A"', '"A B"'),
      ":4: fixture 1: name 'A B' holds ' '"),
+    ('[station]\nplan = "plan.toml"\n[line]\nlease = 8\ndatabase = "postgresql://ft:pw@db/l"\n'
+     + FIXTURE, ":5: the line database's URL holds a password: give it in PGPASSWORD"),
+    ('[station]\nplan = "plan.toml"\n[line]\ndatabase = "postgresql://db:port/l"\n' + FIXTURE,
+     ":4: the line database's URL does not parse"),
 ]
 
 
