@@ -45,11 +45,10 @@ run: host
 # The reference production flow on a fresh simulated phone.
 STATION_PHONE ?= build/station/phone
 UNIT ?= SN0000001
-UNIT_INDEX ?= 0
 station: host
 	@./ftsim new $(STATION_PHONE) --force
 	@./ftstation run station/plans/production.toml --phone $(STATION_PHONE) \
-		--unit $(UNIT) --unit-index $(UNIT_INDEX) --records build/station/records
+		--unit $(UNIT) --records build/station/records
 
 # Every suite runs against every build; the run fails if any of them fails.
 test: all

@@ -1,18 +1,16 @@
 """ftstation run PLAN.toml (--phone PHONE | --serial DEVICE | -- ARGV...) [options]"""
 import argparse
-import datetime
-import os
-import re
 import socket
 import sys
 
+from ftstation import db as stationdb
 from ftstation import plan as plans
-from ftstation import records, runner
-from ftstation.console import Console, StationError
+from ftstation import session
+from ftstation.console import Console
 
 USAGE = ("ftstation run PLAN.toml (--phone PHONE | --serial DEVICE | -- ARGV...) "
-         "[--unit SERIAL] [--unit-index N] [--station ID] [--records DIR] [--junit FILE] "
-         "[--build host|asan|arm] [--baud N]")
+         "[--unit SERIAL] [--unit-index N] [--operator NAME] [--fixture NAME] [--station ID] "
+         "[--records DIR] [--junit FILE] [--build host|asan|arm] [--baud N]")
 
 
 def parse(argv):
@@ -27,7 +25,9 @@ def parse(argv):
     p.add_argument("--build", default="host")
     p.add_argument("--baud", type=int, default=115200)
     p.add_argument("--unit")
-    p.add_argument("--unit-index", type=int, default=0)
+    p.add_argument("--unit-index", type=int)
+    p.add_argument("--operator")
+    p.add_argument("--fixture")
     p.add_argument("--station", default=socket.gethostname())
     p.add_argument("--records", default="records")
     p.add_argument("--junit")
@@ -46,46 +46,30 @@ def connect(args):
     return Console.spawn(args.spawn), "command " + " ".join(args.spawn)
 
 
-def utc(now):
-    return now.strftime("%Y-%m-%dT%H:%M:%SZ")
-
-
 def main(argv):
     args = parse(argv)
-    started = datetime.datetime.now(datetime.timezone.utc)
+    today = stationdb.utc_now()[:10]
     try:
-        plan = plans.load(args.plan, args.unit, args.unit_index, args.station,
-                          started.strftime("%Y-%m-%d"))
-    except plans.PlanError as e:
+        session.check(args.plan, args.unit, args.unit_index, args.station, today)
+    except (ValueError, plans.PlanError) as e:
         print(f"ftstation: {e}", file=sys.stderr)
         return 2
-    # The serial names the record's file: nothing in it may leave the folder.
-    unit = re.sub(r"[^A-Za-z0-9._-]", "_", args.unit or "unit").lstrip(".") or "unit"
-    base = os.path.join(args.records, f"{unit}-{started.strftime('%Y%m%dT%H%M%SZ')}")
-    junit = args.junit or base + ".xml"
-    record = {"plan": plan.name, "plan_file": args.plan, "serial": args.unit,
-              "mac": plan.values["mac"], "thumbprint": None, "station": args.station,
-              "console": None, "start": utc(started), "end": None, "result": "FAIL",
-              "error": None, "steps": []}
-    outcomes, identity, console = [], {"thumbprint": None}, None
+    session.STOPS.install()
     try:
-        console, record["console"] = connect(args)
-        runner.run(console, plan, bool(args.phone), outcomes, identity)
-    except StationError as e:
-        record["error"] = str(e)
+        with stationdb.StationDB(args.records) as db:
+            record = session.run_unit(
+                db, args.plan, serial=args.unit, connect=lambda: connect(args),
+                simulated=bool(args.phone), fixture=args.fixture, station=args.station,
+                operator=args.operator, records=args.records, unit_index=args.unit_index,
+                junit=args.junit)
+    except (stationdb.DatabaseError, stationdb.MacError, plans.PlanError) as e:
         print(f"ftstation: {e}", file=sys.stderr)
+        return 2 if isinstance(e, plans.PlanError) else 1   # the plan changed under the run
     except KeyboardInterrupt:
-        record["error"] = "stopped at the station (Ctrl+C)"
+        print(f"ftstation: {session.STOPPED}", file=sys.stderr)
+        return 130
+    if record["error"]:
         print(f"ftstation: {record['error']}", file=sys.stderr)
-    finally:
-        if console is not None:
-            console.close()
-        record["thumbprint"] = identity["thumbprint"]
-        record["steps"] = [o.as_record() for o in outcomes]
-        record["end"] = utc(datetime.datetime.now(datetime.timezone.utc))
-        passed = len(outcomes) == len(plan.steps) and all(o.verdict == "PASS" for o in outcomes)
-        record["result"] = "PASS" if passed and not record["error"] else "FAIL"
-        records.write_record(base + ".json", record)
-        records.write_junit(junit, record)
-    print(f"record: {base}.json\nreport: {junit}\nresult: {record['result']}")
+    print(f"run: {record['id']}\nrecord: {record['record']}\nreport: {record['junit']}\n"
+          f"result: {record['result']}")
     return 0 if record["result"] == "PASS" else 1

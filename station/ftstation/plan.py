@@ -1,6 +1,7 @@
 """Test plans: TOML files of steps, read with the standard library's tomllib.
 Every problem is reported as one PlanError naming the line it is on."""
 import dataclasses
+import hashlib
 import math
 import re
 import shlex
@@ -60,6 +61,8 @@ class Plan:
     name: str
     steps: list
     values: dict              # the placeholders' values
+    block: tuple = None       # the MAC block (first, last) as numbers, or None
+    sha256: str = None        # of the file's bytes, as read
 
 
 class _Lines:
@@ -116,7 +119,7 @@ def mac_of(first, index):
 
 def load(path, unit=None, unit_index=0, station="", date=""):
     """Reads and checks the plan; fills the placeholders from the unit's serial,
-    its place in the MAC block, the station and the date."""
+    its place in the MAC block (None: no MAC), the station and the date."""
     try:
         with open(path, "rb") as f:
             raw = f.read()
@@ -141,8 +144,10 @@ def load(path, unit=None, unit_index=0, station="", date=""):
         for k, v in value.items():
             _check_type(TABLES[key], k, v, lambda p, k=k: fail(where.table(key, k), p))
 
-    values = {"serial": unit, "station": station, "date": date, "mac": None, "mac_plain": None}
-    mac = doc.get("mac")
+    # "-mac" (no placeholder can have that name) says why {mac} may have no value.
+    values = {"serial": unit, "station": station, "date": date, "mac": None, "mac_plain": None,
+              "-mac": "the plan has no [mac] block"}
+    mac, block = doc.get("mac"), None
     if mac is not None:
         for k in ("first", "last"):
             if not MAC.fullmatch(mac.get(k, "")):
@@ -150,6 +155,9 @@ def load(path, unit=None, unit_index=0, station="", date=""):
                      f"[mac] {k} must be six hexadecimal pairs joined by colons")
         if int(mac["last"].replace(":", ""), 16) < int(mac["first"].replace(":", ""), 16):
             fail(where.table("mac", "last"), "[mac] last comes before first")
+        block = (int(mac["first"].replace(":", ""), 16), int(mac["last"].replace(":", ""), 16))
+        values["-mac"] = "give --unit or --unit-index"
+    if mac is not None and unit_index is not None:
         if unit_index < 0:
             fail(where.table("mac", "first"), f"unit index {unit_index} is negative")
         values["mac"] = mac_of(mac["first"], unit_index)
@@ -183,7 +191,8 @@ def load(path, unit=None, unit_index=0, station="", date=""):
             bad("comes after a step that ends the console")
         steps.append(step)
     name = doc.get("plan", {}).get("name") or re.sub(r"\.toml$", "", path.rsplit("/", 1)[-1])
-    return Plan(path, name, steps, values)
+    values.pop("-mac")
+    return Plan(path, name, steps, values, block, hashlib.sha256(raw).hexdigest())
 
 
 def _check_type(allowed, key, value, bad, table=""):
@@ -203,7 +212,7 @@ def _fill(text, values, bad, key, regex=False):
                 + ", ".join("{%s}" % p for p in PLACEHOLDERS) + ")", key)
         if values[name] is None:
             bad(f"{{{name}}} has no value: " + ("give --unit" if name == "serial" else
-                                                 "the plan has no [mac] block"), key)
+                                                 values["-mac"]), key)
         return re.escape(values[name]) if regex else values[name]
     return _PLACEHOLDER.sub(one, text)
 

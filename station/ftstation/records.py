@@ -26,6 +26,11 @@ def write_atomically(path, data):
         os.close(dir_fd)
 
 
+# What ties a report to its run, its unit, its plan and the software that ran it.
+TRACE = ("id", "serial", "mac", "thumbprint", "station", "fixture", "operator", "plan_sha256",
+         "software", "result")
+
+
 def write_record(path, record):
     write_atomically(path, (json.dumps(record, indent=2) + "\n").encode())
 
@@ -39,8 +44,8 @@ def write_junit(path, record):
         "errors": "0", "time": f"{sum(s['duration'] for s in steps):.3f}",
         "timestamp": record["start"], "hostname": record["station"]})
     props = ET.SubElement(suite, "properties")
-    for key in ("serial", "mac", "thumbprint", "station"):
-        ET.SubElement(props, "property", name=key, value=str(record[key] or ""))
+    for key in TRACE:
+        ET.SubElement(props, "property", name=key, value=str(record.get(key) or ""))
     for n, s in enumerate(steps, 1):
         case = ET.SubElement(suite, "testcase", classname=f"{record['plan']}.{record['serial']}",
                              name=f"{n:02d} {s['name']}", time=f"{s['duration']:.3f}")

@@ -32,8 +32,9 @@ def confirm(prompt):
     return bool(sys.stdin.readline())
 
 
-def run_step(console, step, simulated, identity):
-    """Runs one step; `identity` collects the thumbprint a gencert step shows."""
+def run_step(console, step, simulated, identity, ask=None):
+    """Runs one step; `identity` collects the thumbprint a gencert step shows;
+    `ask(prompt)` confirms an operator's action (by default Enter on stdin)."""
     out = Outcome(step)
     start = time.monotonic()
     deadline = start + step.timeout
@@ -45,7 +46,7 @@ def run_step(console, step, simulated, identity):
                 for line in step.sim:
                     verb, *args = shlex.split(line)
                     console.sim(verb, *args)
-            elif not confirm(step.prompt):
+            elif not (ask or confirm)(step.prompt):
                 out.fail("no operator confirmed the action")
         if step.events and out.verdict == "PASS":
             seen = list(out.events)
@@ -113,18 +114,25 @@ def _command(console, step, simulated, out, identity, deadline):
             out.fail(f"read back {value!r}, wanted {step.stored!r}")
 
 
-def run(console, plan, simulated, outcomes, identity, progress=sys.stdout):
+def run(console, plan, simulated, outcomes, identity, progress=sys.stdout, *, before=None,
+        after=None, ask=None, abort=None):
     """Every step in order, each outcome appended to `outcomes` as it comes
-    (steps after a failure that stops the run are skipped)."""
+    (steps after a failure that stops the run are skipped, and so are the steps
+    left when `abort` is set). `before(i, n, step)` and `after(i, n, outcome)`
+    are called around each step."""
     stopped, all_passed = None, True
     n = len(plan.steps)
     for i, step in enumerate(plan.steps, 1):
+        if not stopped and abort is not None and abort.is_set():
+            stopped = f"not run: {abort.reason}"
+        if before:
+            before(i, n, step)
         if stopped or (step.needs_all_passed and not all_passed):
             out = Outcome(step)
             out.verdict = "SKIP"
             out.note = stopped or "an earlier step failed"
         else:
-            out = run_step(console, step, simulated, identity)
+            out = run_step(console, step, simulated, identity, ask)
             if out.verdict == "FAIL":
                 all_passed = False
                 if out.stop or step.stop_on_failure:
@@ -135,3 +143,5 @@ def run(console, plan, simulated, outcomes, identity, progress=sys.stdout):
         note = f"  {out.note}" if out.note else ""
         print(f"[{i:>{len(str(n))}}/{n}] {step.name:<32} {out.verdict:<4} "
               f"{out.duration:6.2f} s{note}", file=progress, flush=True)
+        if after:
+            after(i, n, out)

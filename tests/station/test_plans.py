@@ -122,9 +122,10 @@ def test_the_production_flow(tmp_path):
     runs = {}
     for name, unplug in (("fresh", ()), ("nodisplay", ("display",))):
         phone = new_phone(str(tmp_path / name), *unplug)
+        index = ("--unit-index", "5") if name == "fresh" else ()   # the other's from the database
         runs[name] = (phone, subprocess.Popen(
-            [FTSTATION, "run", PRODUCTION, "--phone", phone, "--unit", f"SN-{name}",
-             "--unit-index", "5", "--station", "line-3", "--records", str(tmp_path / "rec")],
+            [FTSTATION, "run", PRODUCTION, "--phone", phone, "--unit", f"SN-{name}", *index,
+             "--station", "line-3", "--records", str(tmp_path / "rec")],
             stdout=subprocess.PIPE, text=True))
     results = {}
     for name, (_, p) in runs.items():
