@@ -39,7 +39,7 @@ SELECT COUNT(*), MIN(started), MAX(started),
 """
 
 TIMES = RUNS + """
-SELECT (julianday(ended) - julianday(started)) * 86400.0 AS t FROM r
+SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t FROM r
 WHERE result IN ('PASS', 'FAIL') AND ended IS NOT NULL ORDER BY t
 """
 

@@ -24,6 +24,7 @@ JSON_KEYS = ("units", "runs", "first_pass_yield", "final_yield", "retest_rate", 
 MEASUREMENT_KEYS = ("name", "unit", "n", "mean", "stdev", "min", "max", "low", "high", "cp",
                     "cpk", "out_of_limits")
 TIMEOUT = 30.0
+TOP = 12             # steps the Pareto names one by one
 
 # Colours: one for what passes, one for what fails, one for what is neither.
 GOOD, BAD, WARN, INK, MUTED, BAR = "#1a7f37", "#cf222e", "#bf8700", "#1f2328", "#656d76", "#4a6fa5"
@@ -100,7 +101,7 @@ def _plain(ax):
 
 
 def pareto_chart(pareto):
-    top = pareto[:12][::-1]
+    top = pareto[:TOP][::-1]
     fig, ax = _figure(6.4, 0.42 * len(top) + 0.9)
     ax.barh([p["step"] for p in top], [p["failures"] for p in top], color=BAD)
     for i, p in enumerate(top):
@@ -118,8 +119,10 @@ def fixture_chart(fixtures, overall):
     colours = [BAD if f["yield"] < overall - 0.05 else BAR for f in rows]
     ax.barh(labels, [100 * f["yield"] for f in rows], color=colours)
     ax.axvline(100 * overall, color=INK, linestyle="--", linewidth=1)
-    ax.annotate(f"all fixtures {100 * overall:.1f} %", (100 * overall, len(rows) - 0.5),
-                xytext=(-4, 2), textcoords="offset points", ha="right", fontsize=9, color=INK)
+    ax.set_ylim(-0.6, len(rows) + 0.2)
+    ax.annotate(f"all fixtures {100 * overall:.1f} %", (100 * overall, len(rows) - 0.4),
+                xytext=(-4, 0), textcoords="offset points", ha="right", va="bottom", fontsize=9,
+                color=INK)
     for i, f in enumerate(rows):
         ax.annotate(f"{100 * f['yield']:.1f} %  ({f['runs']} runs)", (100 * f["yield"], i),
                     xytext=(4, 0), textcoords="offset points", va="center", fontsize=10)
@@ -163,9 +166,15 @@ def histogram_chart(m):
 
 def hourly_chart(hourly):
     import matplotlib.dates as mdates
-    hours = [datetime.datetime.strptime(h, "%Y-%m-%dT%H") for h, _ in hourly]
+    counts = {datetime.datetime.strptime(h, "%Y-%m-%dT%H"): n for h, n in hourly}
+    hour = datetime.timedelta(hours=1)
+    edges = [min(counts)]
+    while edges[-1] <= max(counts):      # hours without a unit show as 0
+        edges.append(edges[-1] + hour)
     fig, ax = _figure(6.4, 2.6)
-    ax.bar(hours, [n for _, n in hourly], width=1 / 24 * 0.85, align="edge", color=BAR)
+    ax.stairs([counts.get(h, 0) for h in edges[:-1]], mdates.date2num(edges), fill=True,
+              color=BAR)
+    ax.xaxis_date()
     locator = mdates.AutoDateLocator(maxticks=8)
     ax.xaxis.set_major_locator(locator)
     ax.xaxis.set_major_formatter(mdates.ConciseDateFormatter(locator))
@@ -195,7 +204,7 @@ h1 { font-size: 26px; margin: 0 0 4px; } h2 { font-size: 19px; margin: 32px 0 8p
   border-bottom: 2px solid #d8dee4; padding-bottom: 4px; }
 .sub { color: #656d76; margin-bottom: 18px; }
 .tiles { display: flex; flex-wrap: wrap; gap: 12px; }
-.tile { border: 1px solid #d8dee4; border-radius: 8px; padding: 10px 16px; min-width: 130px; }
+.tile { border: 1px solid #d8dee4; border-radius: 8px; padding: 10px 16px; min-width: 118px; }
 .tile .v { font-size: 30px; font-weight: 600; font-variant-numeric: tabular-nums; }
 .tile .k { color: #656d76; font-size: 13px; }
 .good { color: #1a7f37; } .bad { color: #cf222e; } .warn { color: #9a6700; }
@@ -236,8 +245,8 @@ def page(found, title):
     e = html.escape
     parts = [f"<!DOCTYPE html><html><head><meta charset='utf-8'><title>{e(title)}</title>"
              f"<style>{STYLE}</style></head><body><h1>{e(title)}</h1>"]
-    first, last = found["span"]
-    parts.append(f'<div class="sub">Runs started {e(first or "–")} to {e(last or "–")} (UTC). '
+    first, last = (t and t[:16].replace("T", " ") for t in found["span"])
+    parts.append(f'<div class="sub">Runs started {e(first or "–")} to {e(last or "–")} UTC. '
                  "Yields count units by serial; an aborted run is a run, never a first attempt."
                  "</div>")
     if not found["units"]:
@@ -260,10 +269,14 @@ def page(found, title):
     if found["pareto"]:
         total = sum(p["failures"] for p in found["pareto"])
         rows, running = [], 0
-        for p in found["pareto"]:
+        for p in found["pareto"][:TOP]:
             running += p["failures"]
             rows.append(f"<tr><td>{e(p['step'])}</td><td>{p['failures']}</td>"
                         f"<td>{_pct(p['failures'] / total)}</td><td>{_pct(running / total)}</td></tr>")
+        rest = found["pareto"][TOP:]
+        if rest:
+            rows.append(f"<tr><td>{len(rest)} other steps</td><td>{total - running}</td>"
+                        f"<td>{_pct(1 - running / total)}</td><td>{_pct(1.0)}</td></tr>")
         parts.append(f'<div class="pair"><div>{pareto_chart(found["pareto"])}</div>'
                      '<table id="pareto"><tr><th>step</th><th>failures</th><th>share</th>'
                      f'<th>cumulative</th></tr>{"".join(rows)}</table></div>')
@@ -286,10 +299,13 @@ def page(found, title):
         for m in found["measurements"]:
             unit = f" {m['unit']}" if m["unit"] else ""
             chart = histogram_chart(m) if m["n"] else "<p>No value was read.</p>"
-            limits = " to ".join(_num(x, 4) if x is not None else "–" for x in (m["low"], m["high"]))
+            low, high = (_num(x, 4) for x in (m["low"], m["high"]))
+            limits = (f"limits {low} to {high}" if m["low"] is not None and m["high"] is not None
+                      else f"limit \u2264 {high}" if m["high"] is not None
+                      else f"limit \u2265 {low}" if m["low"] is not None else "no limits")
             parts.append(
                 f"<div class='card' data-measurement='{e(m['name'])}'><h3>{e(m['name'])}"
-                f"<span class='sub'>{e(unit)}, limits {limits}</span></h3>{chart}<table>"
+                f"<span class='sub'>{e(unit)}, {limits}</span></h3>{chart}<table>"
                 "<tr><th>n</th><th>mean</th><th>stdev</th><th>min</th><th>max</th><th>Cp</th>"
                 "<th>Cpk</th><th>outside</th></tr>"
                 f"<tr><td>{m['n']}</td><td>{_num(m['mean'], 4)}</td><td>{_num(m['stdev'])}</td>"
