@@ -136,7 +136,10 @@ def _measurements(q):
     for name, n, s1, s2, lo, hi, outside, _, k in q(MEASURES):
         unit, low, high = limits[name]
         mean = k + s1 / n if n else None
-        stdev = (max(0.0, s2 - s1 * s1 / n) / (n - 1)) ** 0.5 if n >= 2 else None
+        spread = s2 - s1 * s1 / n if n else 0.0
+        # What is left of a constant's sums after rounding is no spread.
+        stdev = (spread / (n - 1)) ** 0.5 if n >= 2 and spread > 1e-12 * s2 else \
+            0.0 if n >= 2 else None
         cp = cpk = None
         if stdev:
             if low is not None and high is not None:

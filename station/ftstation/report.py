@@ -179,6 +179,7 @@ def hourly_chart(hourly):
     ax.xaxis.set_major_locator(locator)
     ax.xaxis.set_major_formatter(mdates.ConciseDateFormatter(locator))
     ax.set_ylabel("units started")
+    ax.set_title("units per hour", loc="left", fontsize=11, color=INK)
     _plain(ax)
     return _svg(fig)
 
@@ -191,6 +192,7 @@ def times_chart(times, median, p95):
         ax.annotate(f"{label} {value:.1f} s", (value, 1), xycoords=("data", "axes fraction"),
                     xytext=(3, -2), textcoords="offset points", va="top", fontsize=9)
     ax.set_xlabel("test time per run, s")
+    ax.set_title("test time of the runs that passed or failed", loc="left", fontsize=11, color=INK)
     ax.set_ylabel("runs")
     _plain(ax)
     return _svg(fig)
