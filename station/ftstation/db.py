@@ -48,6 +48,19 @@ MIGRATIONS = [
                name TEXT, command TEXT, verdict TEXT, duration REAL, output TEXT, note TEXT,
                PRIMARY KEY (run_id, idx))""",
     ]),
+    # Measurements, and what the yield report reads: the failing steps alone
+    # (a few among many), a measurement's values by name.
+    (2, [
+        """CREATE TABLE measurement (
+               run_id TEXT NOT NULL REFERENCES run (id),
+               step_idx INTEGER NOT NULL,
+               name TEXT NOT NULL,
+               value REAL, unit TEXT, low REAL, high REAL,
+               verdict TEXT NOT NULL CHECK (verdict IN ('PASS', 'FAIL')),
+               PRIMARY KEY (run_id, step_idx, name))""",
+        "CREATE INDEX measurement_name ON measurement (name, value)",
+        "CREATE INDEX step_failed ON step (run_id) WHERE verdict = 'FAIL'",
+    ]),
     # The line database: the MAC leases this folder holds from its line, which
     # runs and units the line has, and the conflicts the line reported.
     (3, [
@@ -361,6 +374,11 @@ class StationDB:
                          "output = excluded.output, note = excluded.note",
                          (run_id, idx, step.get("name"), step.get("command"), step.get("verdict"),
                           step.get("duration"), step.get("output"), step.get("note")))
+            conn.execute("DELETE FROM measurement WHERE run_id = ? AND step_idx = ?", (run_id, idx))
+            conn.executemany("INSERT INTO measurement (run_id, step_idx, name, value, unit, low, "
+                             "high, verdict) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
+                             [(run_id, idx, m["name"], m["value"], m["unit"], m["low"], m["high"],
+                               m["verdict"]) for m in step.get("measurements") or ()])
 
     def end_run(self, run_id, result, error=None, record=None, junit=None, ended=None):
         if result not in RESULTS[1:]:

@@ -2,18 +2,22 @@
 Every problem is reported as one PlanError naming the line it is on."""
 import dataclasses
 import hashlib
+import math
 import re
 import shlex
 import tomllib
 
 from ftstation import conventions as cv
+from ftstation import measure as ms
 
 PLACEHOLDERS = ("serial", "mac", "mac_plain", "date", "station")
 VERDICTS = ("PASS", "FAIL", "none")
 STEP_KEYS = {"name": str, "command": str, "verdict": str, "match": str, "output": str,
              "stored": str, "events": list, "timeout": (int, float), "stop_on_failure": bool,
              "needs_all_passed": bool, "interrupt_after": (int, float), "ends_console": bool,
-             "action": dict}
+             "action": dict, "measure": list}
+MEASURE_KEYS = {"name": str, "regex": str, "from": str, "unit": str, "low": (int, float),
+                "high": (int, float)}
 ACTION_KEYS = {"prompt": str, "sim": (str, list)}
 TABLES = {"plan": {"name": str, "description": str},
           "defaults": {"timeout": (int, float), "stop_on_failure": bool},
@@ -43,6 +47,7 @@ class Step:
     ends_console: bool = False
     prompt: str = None        # the operator's action on a real phone
     sim: list = dataclasses.field(default_factory=list)   # ftsim verbs standing in for it
+    measures: list = dataclasses.field(default_factory=list)   # measure.Measure
 
     @property
     def param(self):
@@ -88,6 +93,17 @@ class _Lines:
         if index >= len(headers):
             return 1
         return (key and self._key_in(headers[index], key)) or headers[index] + 1
+
+    def measure(self, index, k, key=None):
+        """The line of the k-th [[step.measure]] of step `index`, or of its key."""
+        headers = self._headers(r"\s*\[\[\s*step\s*\]\]") + [len(self.lines)]
+        if index + 1 >= len(headers):
+            return 1
+        tables = [h for h in self._headers(r"\s*\[\[\s*step\s*\.\s*measure\s*\]\]")
+                  if headers[index] < h < headers[index + 1]]
+        if k >= len(tables):
+            return self.step(index, "measure")
+        return (key and self._key_in(tables[k], key)) or tables[k] + 1
 
     def table(self, table, key=None):
         headers = self._headers(r"\s*\[\s*%s\s*\]" % table)
@@ -154,13 +170,20 @@ def load(path, unit=None, unit_index=0, station="", date=""):
     raw_steps = doc.get("step")
     if not isinstance(raw_steps, list) or not raw_steps:
         fail(1, "the plan has no [[step]]")
-    steps, names = [], set()
+    steps, names, measure_names = [], set(), set()
     for i, raw_step in enumerate(raw_steps):
         def bad(problem, key=None, i=i):
             fail(where.step(i, key), f"step {i + 1}: {problem}")
         if not isinstance(raw_step, dict):
             bad("a step is a table")
-        step = _step(raw_step, defaults, values, bad)
+        step = _step(raw_step, defaults, values, bad,
+                     lambda k, problem, key=None, i=i: fail(where.measure(i, k, key),
+                                                            f"step {i + 1}: {problem}"))
+        for k, m in enumerate(step.measures):
+            if m.name in measure_names:
+                fail(where.measure(i, k, "name"), f"step {i + 1}: a second measurement "
+                                                  f"named {m.name!r}")
+            measure_names.add(m.name)
         if step.name in names:
             bad(f"a second step named {step.name!r}", "name")
         names.add(step.name)
@@ -194,7 +217,7 @@ def _fill(text, values, bad, key, regex=False):
     return _PLACEHOLDER.sub(one, text)
 
 
-def _step(raw, defaults, values, bad):
+def _step(raw, defaults, values, bad, bad_measure):
     for key, value in raw.items():
         _check_type(STEP_KEYS, key, value, lambda p, key=key: bad(p, key))
     if not raw.get("name"):
@@ -251,9 +274,48 @@ def _step(raw, defaults, values, bad):
             if not isinstance(line, str) or not shlex.split(line):
                 bad("action.sim holds ftsim verbs, such as \"press KEY_5\"", "action.sim")
             step.sim.append(_fill(line, values, bad, "action.sim"))
+    for k, table in enumerate(raw.get("measure", [])):
+        step.measures.append(_measure(table, values, lambda p, key=None, k=k: bad_measure(k, p, key)))
     if step.command is None and step.prompt is None:
         bad("has neither a command nor an action")
     if step.command is None and (step.ends_console or step.interrupt_after or step.match
-                                 or step.output is not None or step.verdict):
+                                 or step.output is not None or step.verdict
+                                 or any(m.source == "output" for m in step.measures)):
         bad("checks a reply but has no command")
     return step
+
+
+def _measure(raw, values, bad):
+    """One [[step.measure]] table."""
+    if not isinstance(raw, dict):
+        bad("a measurement is a table")
+    for key, value in raw.items():
+        _check_type(MEASURE_KEYS, key, value, lambda p, key=key: bad(p, key), "measure.")
+    name = raw.get("name", "")
+    if not ms.NAME.fullmatch(name):
+        bad(f"measurement name {name!r}: a lower-case letter, then letters, digits or _", "name")
+    m = ms.Measure(name, source=raw.get("from", "output"), unit=raw.get("unit", ""),
+                   low=raw.get("low"), high=raw.get("high"))
+    if m.source not in ms.SOURCES:
+        bad(f"measurement {name}: from is one of {', '.join(ms.SOURCES)}", "from")
+    if (m.source == "duration") == ("regex" in raw):
+        bad(f"measurement {name}: " + ("the duration takes no regex" if "regex" in raw
+                                       else "needs a regex with one group"),
+            "regex" if "regex" in raw else None)
+    if "regex" in raw:
+        pattern = _fill(raw["regex"], values, lambda p, key: bad(p, "regex"), "regex", regex=True)
+        try:
+            m.regex = re.compile(pattern, re.M)
+        except re.error as e:
+            bad(f"measurement {name}: bad regular expression {pattern!r}: {e}", "regex")
+        if m.regex.groups != 1:
+            bad(f"measurement {name}: the regex needs exactly one group, it has {m.regex.groups}",
+                "regex")
+    for key in ("low", "high"):
+        if key in raw:
+            if not math.isfinite(raw[key]):
+                bad(f"measurement {name}: {key} must be a finite number", key)
+            setattr(m, key, float(raw[key]))
+    if m.low is not None and m.high is not None and m.low > m.high:
+        bad(f"measurement {name}: low {ms.text(m.low)} is above high {ms.text(m.high)}", "low")
+    return m

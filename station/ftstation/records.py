@@ -49,6 +49,17 @@ def write_junit(path, record):
     for n, s in enumerate(steps, 1):
         case = ET.SubElement(suite, "testcase", classname=f"{record['plan']}.{record['serial']}",
                              name=f"{n:02d} {s['name']}", time=f"{s['duration']:.3f}")
+        if s.get("measurements"):
+            measured = ET.SubElement(case, "properties")
+            for m in s["measurements"]:
+                # The value under the measurement's own name; its unit, limits
+                # and verdict under NAME.unit, NAME.low, NAME.high, NAME.verdict.
+                ET.SubElement(measured, "property", name=m["name"],
+                              value="" if m["value"] is None else repr(m["value"]))
+                for key in ("unit", "low", "high", "verdict"):
+                    if m[key] not in (None, ""):
+                        ET.SubElement(measured, "property", name=f"{m['name']}.{key}",
+                                      value=str(m[key]))
         if s["verdict"] == "FAIL":
             failure = ET.SubElement(case, "failure", message=s["note"] or "failed")
             failure.text = s["output"]

@@ -5,6 +5,7 @@ import shlex
 import sys
 import time
 
+from ftstation import measure
 from ftstation.console import ConsoleEnded, ConsoleTimeout, StationError, parse_identity
 
 
@@ -13,6 +14,7 @@ class Outcome:
         self.step, self.verdict, self.note = step, "PASS", ""
         self.lines, self.events, self.duration = [], [], 0.0
         self.stop = False            # the console can take no more steps
+        self.measurements = []       # records of measure.evaluate, none for a skipped step
 
     def fail(self, note):
         if self.verdict == "PASS":
@@ -21,7 +23,7 @@ class Outcome:
     def as_record(self):
         return {"name": self.step.name, "command": self.step.command, "verdict": self.verdict,
                 "duration": round(self.duration, 3), "output": "\n".join(self.lines),
-                "events": self.events, "note": self.note}
+                "events": self.events, "note": self.note, "measurements": self.measurements}
 
 
 def confirm(prompt):
@@ -71,6 +73,14 @@ def run_step(console, step, simulated, identity, ask=None):
     except StationError as e:
         out.fail(e.what)
     out.duration = time.monotonic() - start
+    notes = []
+    for m in step.measures:
+        record, note = measure.evaluate(m, "\n".join(out.lines), out.events, out.duration)
+        out.measurements.append(record)
+        if note:
+            notes.append(note)
+    if notes:
+        out.fail("; ".join(notes))
     return out
 
 

@@ -31,6 +31,7 @@ def run_plan(tmp_path, text, *target, unit="SN1"):
 
 
 STEP = '[[step]]\nname = "{}"\ncommand = "{}"\n'
+MEASURE = "[[step.measure]]\nname = '{}'\nregex = '{}'\n"
 
 BAD_PLANS = [
     # (plan, extra arguments, the one line)
@@ -49,6 +50,20 @@ BAD_PLANS = [
      + STEP.format("a", "program write ethaddr {mac}"), ("--unit-index", "3"),
      ":3: unit index 3 gives MAC 00:00:00:00:01:01, past the block's last 00:00:00:00:01:00"),
     ("", (), ":1: the plan has no [[step]]"),
+    # Measurement tables: each refused on the line that is wrong.
+    (STEP.format("a", "ping 1") + MEASURE.format("m", "rtt = [0-9.]+") + 'unit = "ms"\n', (),
+     ":6: step 1: measurement m: the regex needs exactly one group, it has 0"),
+    (STEP.format("a", "ping 1") + MEASURE.format("m", "(rtt) = ([0-9.]+)"), (),
+     ":6: step 1: measurement m: the regex needs exactly one group, it has 2"),
+    (STEP.format("a", "ping 1") + MEASURE.format("m", "= ([0-9.]+)") + STEP.format("b", "ping 2")
+     + MEASURE.format("n", "= ([0-9.]+)") + MEASURE.format("m", "= ([0-9.]+)"), (),
+     ":14: step 2: a second measurement named 'm'"),
+    (STEP.format("a", "ping 1") + MEASURE.format("m", "= ([0-9.]+)") + "high = 1\nlow = 2.5\n",
+     (), ":8: step 1: measurement m: low 2.5 is above high 1.0"),
+    (STEP.format("a", "ping 1") + MEASURE.format("m", "= ([0-9.]+)") + "limit = 3\n", (),
+     ":7: step 1: unknown key 'measure.limit'"),
+    (STEP.format("a", "ping 1") + MEASURE.format("Rtt", "= ([0-9.]+)"), (),
+     ":5: step 1: measurement name 'Rtt': a lower-case letter"),
 ]
 
 
@@ -136,3 +151,49 @@ def test_the_production_flow(tmp_path):
     assert {n for n, v in verdicts.items() if v != "PASS"} == {
         n for n in verdicts if n.startswith("LCD ")} | {"production mode"}
     assert verdicts["production mode"] == "SKIP"
+
+
+# A console that answers every line with a round trip, a key event and PASS.
+PINGER = ("printf 'ft>'; while read l; do echo \"$l\"; "
+          "echo 'rtt min/avg/max/mdev = 0.1/73.1/90.2/0.5 ms'; echo 'KeyCode[0002] value[1]'; "
+          "echo PASS; printf 'ft>'; done")
+RTT = "= [0-9.]+/([0-9.]+)/"
+LIMITS = [
+    # (measure table, value, verdict, the step's note)
+    (MEASURE.format("rtt", RTT) + 'unit = "ms"\nhigh = 50.0\n', 73.1, "FAIL",
+     "rtt = 73.1 ms, above 50.0"),
+    (MEASURE.format("rtt", RTT) + "low = 80\nhigh = 90\n", 73.1, "FAIL", "rtt = 73.1, below 80.0"),
+    (MEASURE.format("rtt", RTT) + "low = 73.1\nhigh = 73.1\n", 73.1, "PASS", ""),
+    (MEASURE.format("loss", "loss = ([0-9]+)"), None, "FAIL",
+     "loss missing: the output does not hold /loss = ([0-9]+)/"),
+    (MEASURE.format("word", "rtt (\\S+)"), None, "FAIL", "word = 'min/avg/max/mdev', not a number"),
+    (MEASURE.format("key", r"KeyCode\[([0-9]+)\]") + 'from = "events"\nlow = 2\n', 2.0, "PASS", ""),
+    (MEASURE.format("key", r"KeyCode\[([0-9]+)\]") + "high = 1\n", None, "FAIL",
+     "key missing: the output does not hold /KeyCode\\[([0-9]+)\\]/"),
+]
+
+
+def test_measurements_fail_their_step_and_are_kept(tmp_path):
+    """One step per row, then a step that is skipped and so measures nothing."""
+    text = ""
+    for i, (table, *_) in enumerate(LIMITS):
+        text += STEP.format(f"s{i}", f"ping {i}") + "stop_on_failure = false\n" + table
+        text = text.replace("name = 'rtt'", f"name = 'rtt{i}'", 1).replace(
+            "name = 'key'", f"name = 'key{i}'", 1)
+    text += (STEP.format("last", "info") + "needs_all_passed = true\n"
+             + MEASURE.format("t", "x") + 'from = "duration"\n').replace("regex = 'x'\n", "")
+    r, record, junit = run_plan(tmp_path, text, "--", "/bin/sh", "-c", PINGER)
+    assert r.returncode == 1, r.stderr
+    cases = list(junit.iter("testcase"))
+    for i, (_, value, verdict, note) in enumerate(LIMITS):
+        step = record["steps"][i]
+        note = note.replace("rtt ", f"rtt{i} ").replace("key ", f"key{i} ")
+        [m] = step["measurements"]
+        assert (m["value"], m["verdict"], step["verdict"], step["note"]) == (value, verdict,
+                                                                             verdict, note)
+        props = {p.get("name"): p.get("value") for p in cases[i].iter("property")}
+        assert props[m["name"]] == ("" if value is None else repr(value))
+        assert props[m["name"] + ".verdict"] == verdict
+    assert record["steps"][0]["measurements"][0] == {
+        "name": "rtt0", "value": 73.1, "unit": "ms", "low": None, "high": 50.0, "verdict": "FAIL"}
+    assert (record["steps"][-1]["verdict"], record["steps"][-1]["measurements"]) == ("SKIP", [])
