@@ -12,6 +12,7 @@ import os
 import re
 import sqlite3
 import sys
+import tempfile
 import urllib.parse
 
 from ftstation import figures
@@ -327,7 +328,11 @@ def page(found, title):
 
 
 def make(db, out, *, since=None, until=None, plan=None, station=None, json_path=None):
-    """Writes the report (and its JSON) for the runs in the period; returns the figures."""
+    """Writes the report (and its JSON) for the runs in the period; returns the figures.
+    DB is a station.db, or a line database's postgresql:// URL."""
+    if db.startswith(("postgresql:", "postgres:")):
+        return _over_line(db, out, since=since, until=until, plan=plan, station=station,
+                          json_path=json_path)
     conn = connect(db)
     try:
         found = figures.gather(conn, utc_bound(since) if since else "",
@@ -345,6 +350,21 @@ def make(db, out, *, since=None, until=None, plan=None, station=None, json_path=
     if json_path:
         write_atomically(json_path, (json.dumps(as_json(found), indent=2) + "\n").encode())
     return found
+
+
+def _over_line(url, out, **figures_of):
+    """The report over every station of a line: its rows of the period, read
+    through a station database made for the report."""
+    from ftstation import line, linereport
+    since, until = figures_of["since"], figures_of["until"]
+    with tempfile.TemporaryDirectory(prefix="ftreport-") as folder:
+        try:
+            path = linereport.snapshot(url, folder, utc_bound(since) if since else "",
+                                       utc_bound(until, end=True) if until else "\uffff",
+                                       figures_of["plan"], figures_of["station"])
+        except line.LineError as e:
+            raise ReportError(str(e)) from None
+        return make(path, out, **figures_of)
 
 
 def main(argv):

@@ -1,6 +1,7 @@
 """The line's database on a real PostgreSQL server of our own: leases taken at
 once, uploads that survive kills and a stopped server, retests at another
 station, conflicts, and the one line each bad connection gives."""
+import json
 import os
 import random
 import signal
@@ -45,9 +46,9 @@ def q(url, sql, *args):
         return conn.execute(sql, args or None).fetchall()
 
 
-def finished_runs(records, n, serial="SN", steps=3, station="st"):
+def finished_runs(records, n, serial="SN", steps=3, station="st", fail=False, base=0x8000):
     """n finished runs written straight into RECORDS/station.db, each with its
-    steps and a measurement, and a unit each."""
+    steps and a measurement, and a unit each; with `fail`, step 2 fails."""
     stationdb.StationDB(records).close()
     conn = leases.open_local(records)
     measured = conn.execute("SELECT 1 FROM sqlite_master WHERE name = 'measurement'").fetchone()
@@ -58,14 +59,15 @@ def finished_runs(records, n, serial="SN", steps=3, station="st"):
         ids.append(run_id)
         started = f"2026-11-24T10:{k // 60 % 60:02d}:{k % 60:02d}.{k:06d}Z"
         conn.execute("INSERT INTO unit (serial, mac, mac_index, first_seen) VALUES (?, ?, ?, ?)",
-                     (f"{serial}{k}", stationdb.mac_text(FIRST + 0x8000 + k), 0x8000 + k, started))
+                     (f"{serial}{k}", stationdb.mac_text(FIRST + base + k), base + k, started))
         conn.execute("INSERT INTO run (id, serial, fixture, station, started, ended, result, mac) "
-                     "VALUES (?, ?, 'A', ?, ?, ?, 'PASS', ?)",
-                     (run_id, f"{serial}{k}", station, started, started,
-                      stationdb.mac_text(FIRST + 0x8000 + k)))
+                     "VALUES (?, ?, 'A', ?, ?, ?, ?, ?)",
+                     (run_id, f"{serial}{k}", station, started, started, "FAIL" if fail else "PASS",
+                      stationdb.mac_text(FIRST + base + k)))
         for i in range(1, steps + 1):
             conn.execute("INSERT INTO step (run_id, idx, name, verdict, duration, output) "
-                         "VALUES (?, ?, ?, 'PASS', 0.5, 'PASS')", (run_id, i, f"step {i}"))
+                         "VALUES (?, ?, ?, ?, 0.5, 'PASS')",
+                         (run_id, i, f"step {i}", "FAIL" if fail and i == 2 else "PASS"))
         if measured:
             conn.execute("INSERT INTO measurement (run_id, step_idx, name, value, unit, verdict) "
                          "VALUES (?, 1, 'ping_rtt_avg', ?, 'ms', 'PASS')", (run_id, k % 7))
@@ -169,6 +171,7 @@ def test_the_uploader_killed_mid_batch_loses_and_doubles_nothing(tmp_path, url):
     assert sorted(i for (i,) in q(url, "SELECT id FROM run")) == ids
     assert q(url, "SELECT count(*), count(DISTINCT (run_id, idx)) FROM step") == [(1200, 1200)]
     assert q(url, "SELECT count(*) FROM unit") == [(400,)]
+    assert q(url, "SELECT count(*) FROM measurement") == [(400,)]
 
 
 ONE_STEP = """
@@ -283,3 +286,25 @@ def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
         off.mac_for("X4", FIRST, LAST)
     db_a.close()
     db_b.close()
+
+
+def test_the_report_over_the_line_breaks_it_down_per_station(tmp_path, url):
+    for station, n, fail, base in (("st1", 6, False, 0x100), ("st2", 4, True, 0x200)):
+        finished_runs(tmp_path / station, n, serial=station, station=station, fail=fail, base=base)
+        assert ftstation("upload", "--records", tmp_path / station, "--line", url).returncode == 0
+    for args, expected in (
+            ((), {"units": 10, "runs": 10, "first_pass_yield": 0.6, "ping_n": [10],
+                  "pareto": [{"step": "step 2", "failures": 4}],
+                  "fixtures": [{"station": "st1", "fixture": "A", "runs": 6, "yield": 1.0},
+                               {"station": "st2", "fixture": "A", "runs": 4, "yield": 0.0}]}),
+            (("--station", "st2"), {"units": 4, "runs": 4, "first_pass_yield": 0.0}),
+            (("--since", "2026-11-25"), {"units": 0, "runs": 0, "fixtures": []})):
+        r = ftstation("report", url, *args, "--out", tmp_path / "r.html", "--json",
+                      tmp_path / "r.json")
+        assert r.returncode == 0, r.stderr
+        found = json.loads((tmp_path / "r.json").read_text())
+        found["ping_n"] = [m["n"] for m in found["measurements"]]
+        assert {k: found[k] for k in expected} == expected, args
+    r = ftstation("report", "postgresql://ft@db.invalid/ftline", "--out", tmp_path / "x.html")
+    assert (r.returncode, r.stderr) == (1, "ftstation: the line database db.invalid/ftline: "
+                                           "unknown host db.invalid\n")
