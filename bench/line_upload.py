@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""10,000 queued runs of the production plan (its 86 steps, with outputs, and a
+"""10,000 queued runs of the production plan (its steps, with outputs, and a
 measurement per measured step) drain from a station.db into a line database on a
 local PostgreSQL of our own, through the station's uploader. Aim: within 60 s,
 with the uploader's memory flat (resident size after the first batches against
@@ -68,7 +68,7 @@ def baseline(cluster, records):
     start = time.perf_counter()
     with line.connect(url) as pg:
         for table, columns in (("run", uploader.RUN), ("step", uploader.STEP),
-                               ("unit", uploader.UNIT)):
+                               ("measurement", uploader.MEASUREMENT), ("unit", uploader.UNIT)):
             pg.execute(f"CREATE TABLE {table} (" + ", ".join(
                 f"{c} {uploader.TYPES.get(c, 'text')}" for c in columns) + ")")
             with pg.cursor().copy(f"COPY {table} FROM STDIN") as copy:
