@@ -15,6 +15,7 @@ import psycopg.conninfo
 
 CONNECT_TIMEOUT = 3          # seconds a connect may take
 STATEMENT_TIMEOUT = 60_000   # milliseconds any statement may take
+QUICK_TIMEOUT = 10_000       # ... while a unit waits to start
 LOCK_KEY = 0x66746C696E65    # the advisory lock that keeps two line-inits apart
 
 # The line's schema, oldest first; line-init brings a database up to the last.
@@ -133,14 +134,14 @@ def describe(url):
     return f"{host}{port}/{info.get('dbname') or info.get('user') or ''}".rstrip("/")
 
 
-def connect(url, autocommit=False):
+def connect(url, autocommit=False, statement_timeout=STATEMENT_TIMEOUT):
     """A connection to the line, with the connect and statement timeouts;
     LineError (one line) when there is none."""
     check_url(url)
     try:
         return psycopg.connect(url, connect_timeout=CONNECT_TIMEOUT, autocommit=autocommit,
                                application_name="ftstation",
-                               options=f"-c statement_timeout={STATEMENT_TIMEOUT}")
+                               options=f"-c statement_timeout={statement_timeout}")
     except psycopg.Error as e:
         raise LineError(explain(url, e)) from None
 
@@ -164,7 +165,7 @@ def explain(url, error):
     if "Connection refused" in text or "No such file or directory" in text:
         return f"{where}: cannot be reached (connection refused: is the server running?)"
     if "statement timeout" in text:
-        return f"{where}: a statement took longer than {STATEMENT_TIMEOUT // 1000} s"
+        return f"{where}: a statement took too long ({text})"
     if isinstance(error, (psycopg.OperationalError, psycopg.InterfaceError)) and (
             "closed" in text or "terminat" in text or "server" in text):
         return f"{where}: the connection was lost ({text})"
@@ -306,7 +307,7 @@ class Link:
                 raise LineError(self.last_error)
             try:
                 if self._conn is None or self._conn.closed:
-                    conn = connect(self.url)
+                    conn = connect(self.url, statement_timeout=QUICK_TIMEOUT)
                     try:
                         check_schema(conn, self.url)
                         conn.commit()

@@ -243,6 +243,8 @@ def test_runs_queue_while_the_server_is_stopped_and_drain_after(tmp_path, cluste
     assert status["conflicts"] == []
     assert q(url, "SELECT serial, count(*) FROM run GROUP BY serial ORDER BY 1") == \
         [("SN1", 1), ("SN2", 1), ("SN3", 1)]
+    r = ftstation("upload", tmp_path / "st" / "station.toml")
+    assert (r.returncode, r.stdout) == (0, "0 runs uploaded, 0 left\n"), r.stderr
 
 
 def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
