@@ -286,8 +286,12 @@ def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
     with pytest.raises(stationdb.MacError, match="MAC leases are used up, and the line cannot "
                                                  "give one: .*cannot be reached"):
         off.mac_for("X4", FIRST, LAST)
-    db_a.close()
-    db_b.close()
+    # A plan whose block overlaps the line's is refused.
+    db_d, d = station("D")
+    with pytest.raises(stationdb.MacError, match="overlaps the line's block 00:1B:4F:10:00:00 to"):
+        d.mac_for("SN9", FIRST + 16, LAST + 16)
+    for db in (db_a, db_b, db_d):
+        db.close()
 
 
 def test_the_report_over_the_line_breaks_it_down_per_station(tmp_path, url):
