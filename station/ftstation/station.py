@@ -55,6 +55,9 @@ class Slot:
 
     def __init__(self, fixture):
         self.fixture = fixture
+        self.reset()
+
+    def reset(self):
         self.state, self.serial, self.mac, self.run = "idle", None, None, None
         self.step = self.steps = self.done = 0
         self.step_name = self.result = self.error = self.prompt = None
@@ -116,7 +119,7 @@ class Station:
         for r in rows:
             out.append({"id": r["id"], "fixture": r["fixture"], "serial": r["serial"],
                         "mac": r["mac"], "result": r["result"], "started": r["started"],
-                        "ended": r["ended"], "duration": _duration(r),
+                        "ended": r["ended"], "duration": r["duration"],
                         "error": r.get("error"),
                         "record": f"/files/{r['id']}/record" if r.get("record") else None,
                         "junit": f"/files/{r['id']}/junit" if r.get("junit") else None})
@@ -167,8 +170,10 @@ class Station:
                     mac, _ = self.db.mac_for(serial, *self.config.mac_block)
                 except stationdb.MacError as e:
                     raise Refused(409, str(e)) from None
+                except stationdb.DatabaseError as e:
+                    raise Refused(503, str(e)) from None
             fresh = not self._query("SELECT 1 FROM run WHERE serial = ? LIMIT 1", (serial,))
-            slot.__init__(slot.fixture)
+            slot.reset()
             slot.state, slot.serial, slot.mac = "running", serial, mac
             slot.abort = Abort()
             slot.thread = threading.Thread(target=self._run, args=(slot, serial, fresh),
@@ -395,13 +400,3 @@ def _cut(console):
     except OSError:
         pass
 
-
-def _duration(row):
-    if row.get("duration") is not None:
-        return row["duration"]
-    try:
-        start, end = (datetime.datetime.fromisoformat(row[k].replace("Z", "+00:00"))
-                      for k in ("started", "ended"))
-    except (AttributeError, TypeError, ValueError):
-        return None
-    return round((end - start).total_seconds(), 3)

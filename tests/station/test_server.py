@@ -177,7 +177,7 @@ def test_three_fixtures_on_the_page(tmp_path, serve, browser):
     macs = {n: s.fixture(n)["mac"] for n in "ABC"}
     assert len(set(macs.values())) == 3, macs
     scan("A", "SN-C1")                  # the unit that failed on the broken fixture
-    shows("A", "running")
+    until("the retest", lambda: by("A", ".unit").text.startswith("SN-C1"))
     shows("A", "finished", "PASS")
     assert s.fixture("A")["mac"] == macs["C"]
     assert not by("A", ".refusal").text
