@@ -87,18 +87,19 @@ class Uploader:
 
     def _join(self, conn):
         """At the first upload: the addresses of the plan's block this folder gave
-        out before it held a lease are taken off the line's free ones."""
+        out before it held a lease are taken off the line's free ones (once the
+        block is known: `upload --records` without a station file does not say)."""
+        if not self.block:
+            return
         with self._lock:
             if self._local.execute("SELECT 1 FROM line_state WHERE key = 'joined'").fetchone():
                 return
-            before = None
-            if self.block:
-                first, last = self.block
-                before = self._local.execute(
-                    "SELECT MAX(mac_index) FROM unit WHERE mac BETWEEN ? AND ? AND NOT EXISTS "
-                    "(SELECT 1 FROM lease WHERE block_first = ? AND block_last = ? AND "
-                    "unit.mac_index BETWEEN first_index AND last_index)",
-                    (stationdb.mac_text(first), stationdb.mac_text(last), first, last)).fetchone()[0]
+            first, last = self.block
+            before = self._local.execute(
+                "SELECT MAX(mac_index) FROM unit WHERE mac BETWEEN ? AND ? AND NOT EXISTS "
+                "(SELECT 1 FROM lease WHERE block_first = ? AND block_last = ? AND "
+                "unit.mac_index BETWEEN first_index AND last_index)",
+                (stationdb.mac_text(first), stationdb.mac_text(last), first, last)).fetchone()[0]
         if before is not None:
             with conn.transaction():
                 conn.execute("INSERT INTO mac_block (first, last) VALUES (%s, %s) "
