@@ -12,10 +12,11 @@ import threading
 import time
 
 from ftstation import db as stationdb
-from ftstation import leases, line
+from ftstation import line
 from ftstation import plan as plans
 from ftstation import session
 from ftstation.console import FTSIM, Console, StationError
+from ftstation.linemacs import LineMacs
 from ftstation.uploader import Uploader
 
 HISTORY = 50
@@ -89,8 +90,8 @@ class Station:
         if config.line:
             # MACs from the line's leases, and every finished run uploaded to it.
             self.link = line.Link(config.line.database)
-            self.db = leases.LineMacs(self.db, config.records, self.link, config.id,
-                                      config.line.lease)
+            self.db = LineMacs(self.db, config.records, self.link, config.id,
+                               config.line.lease)
             self.uploader = Uploader(config.records, config.line.database, config.id,
                                      config.mac_block, self.link, on_change=self._line_changed)
             self.uploader.start()

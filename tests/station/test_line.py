@@ -17,6 +17,7 @@ from conftest import FTSTATION, REPO
 from test_server import serve, until  # noqa: F401 -- the fixture
 from ftstation import db as stationdb
 from ftstation import leases, line
+from ftstation.linemacs import LineMacs
 from ftstation.uploader import Uploader
 from pgcluster import Cluster
 
@@ -111,7 +112,7 @@ def test_bad_connections_each_give_their_one_line_and_the_grants_do(tmp_path, cl
     records = tmp_path / "rec"
     finished_runs(records, 3)
     with stationdb.StationDB(records) as db:
-        macs = leases.LineMacs(db, records, line.Link(tcp), "st", lease=2)
+        macs = LineMacs(db, records, line.Link(tcp), "st", lease=2)
         # The lease begins past the addresses the folder gave before it joined.
         assert [macs.mac_for(f"N{k}", FIRST, LAST)[1] for k in range(3)] == [0x8003, 0x8004, 0x8005]
     r = ftstation("upload", "--records", records, "--line", tcp, env={"PGPASSWORD": "right"})
@@ -123,10 +124,11 @@ def test_bad_connections_each_give_their_one_line_and_the_grants_do(tmp_path, cl
 LEASER = """
 import os, sys, time
 sys.path.insert(0, {station!r})
-from ftstation import db as stationdb, leases, line
+from ftstation import db as stationdb, line
+from ftstation.linemacs import LineMacs
 records, url, station, go = sys.argv[1:]
 db = stationdb.StationDB(records)
-macs = leases.LineMacs(db, records, line.Link(url), station, lease=2)
+macs = LineMacs(db, records, line.Link(url), station, lease=2)
 while not os.path.exists(go):
     time.sleep(0.002)
 for k in range(50):
@@ -251,7 +253,7 @@ def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
     def station(name, link_url=url):
         records = tmp_path / name
         db = stationdb.StationDB(records)
-        return db, leases.LineMacs(db, records, line.Link(link_url), name, lease=4)
+        return db, LineMacs(db, records, line.Link(link_url), name, lease=4)
 
     db_a, a = station("A")
     mac, index = a.mac_for("SN1", FIRST, LAST)
@@ -280,7 +282,7 @@ def test_a_retest_elsewhere_keeps_its_mac_and_a_conflict_is_kept(tmp_path, url):
     db_b.close()
     b_records = tmp_path / "B"
     db_b = stationdb.StationDB(b_records)
-    off = leases.LineMacs(db_b, b_records, line.Link(url.replace("host=", "host=/nowhere")),
+    off = LineMacs(db_b, b_records, line.Link(url.replace("host=", "host=/nowhere")),
                           "B", lease=4)
     assert [off.mac_for(f"X{k}", FIRST, LAST)[1] for k in range(3)] == [5, 6, 7]
     with pytest.raises(stationdb.MacError, match="MAC leases are used up, and the line cannot "
