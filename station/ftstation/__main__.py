@@ -1,9 +1,10 @@
 import sys
 
-if sys.argv[1:2] == ["report"]:
+if sys.argv[1:2] == ["serve"]:
+    from ftstation.serve import main
+elif sys.argv[1:2] == ["report"]:
     from ftstation.report import main
-    sys.exit(main(sys.argv[2:]))
-
-from ftstation.cli import main  # noqa: E402
+else:
+    from ftstation.cli import main
 
 sys.exit(main(sys.argv[1:]))

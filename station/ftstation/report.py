@@ -348,7 +348,8 @@ def make(db, out, *, since=None, until=None, plan=None, station=None, json_path=
 
 
 def main(argv):
-    p = argparse.ArgumentParser(prog="ftstation report", usage=USAGE)
+    p = argparse.ArgumentParser(prog="ftstation", usage=USAGE)
+    p.add_argument("verb", choices=["report"])
     p.add_argument("db")
     p.add_argument("--since")
     p.add_argument("--until")

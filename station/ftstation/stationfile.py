@@ -1,0 +1,201 @@
+"""Station files: a TOML file naming the station, its plan, where it records,
+and its fixtures with the transport to each one's phone. Every problem is one
+StationFileError naming the line it is on, as a plan's are."""
+import dataclasses
+import datetime
+import os
+import re
+import subprocess
+import tomllib
+
+from ftstation import plan as plans
+from ftstation.console import FTSIM
+from ftstation.db import check_serial
+
+STATION_KEYS = {"id": str, "plan": str, "records": str, "serial_pattern": str}
+FIXTURE_KEYS = {"name": str, "simulated": bool, "serial": str, "baud": int, "spawn": list,
+                "sim_setup": list, "ask_operator": bool}
+TRANSPORTS = ("simulated", "serial", "spawn")
+# ftsim verbs that make, run or serve a phone: nothing a fixture's setup does.
+NOT_SETUP = {"new", "run", "exec", "view", "help", "station"}
+
+
+class StationFileError(Exception):
+    def __init__(self, path, line, problem):
+        super().__init__(f"{path}:{line}: {problem}" if line else f"{path}: {problem}")
+
+
+@dataclasses.dataclass
+class Fixture:
+    name: str
+    transport: str               # "simulated", "serial" or "spawn"
+    serial: str = None           # the serial line's device
+    baud: int = 115200
+    spawn: list = None           # the program that reaches the console
+    sim_setup: list = dataclasses.field(default_factory=list)   # each a list of words
+    ask_operator: bool = False   # a simulated phone's actions wait for the card's Done
+
+
+@dataclasses.dataclass
+class StationFile:
+    path: str
+    id: str
+    plan: str                    # absolute
+    records: str                 # absolute
+    serial_pattern: object       # a compiled regular expression, or None
+    fixtures: list
+    mac_block: tuple             # (first, last) as 48-bit numbers, or None
+
+
+class _Lines:
+    """Finds where a key of valid TOML sits in the file's text."""
+
+    def __init__(self, text):
+        self.lines = text.splitlines()
+
+    def _key_after(self, start, key):
+        for i in range(start + 1, len(self.lines)):
+            if re.match(r"\s*\[", self.lines[i]):
+                break
+            if re.match(r"\s*%s\s*=" % re.escape(key), self.lines[i]):
+                return i + 1
+        return None
+
+    def header(self, regex, index=0):
+        found = [i for i, l in enumerate(self.lines) if re.match(regex, l)]
+        return found[index] if index < len(found) else None
+
+    def station(self, key=None):
+        at = self.header(r"\s*\[\s*station\s*\]")
+        if at is None:
+            return 1
+        return (key and self._key_after(at, key)) or at + 1
+
+    def fixture(self, index, key=None):
+        at = self.header(r"\s*\[\[\s*fixture\s*\]\]", index)
+        if at is None:
+            return 1
+        return (key and self._key_after(at, key)) or at + 1
+
+
+def ftsim_verbs(ftsim=FTSIM):
+    """The verbs `ftsim help` lists."""
+    r = subprocess.run([ftsim, "help"], capture_output=True, text=True, timeout=30)
+    return {m[1] for m in re.finditer(r"(?m)^    ([a-z][a-z0-9-]*)(?:\s|$)", r.stdout)}
+
+
+def load(path, verbs=None):
+    """Reads and checks a station file; `verbs`: the ftsim verbs (asked of
+    ./ftsim when not given)."""
+    try:
+        with open(path, "rb") as f:
+            text = f.read().decode()
+    except (OSError, UnicodeDecodeError) as e:
+        raise StationFileError(path, None, f"cannot read the station file: {e}") from None
+    try:
+        doc = tomllib.loads(text)
+    except tomllib.TOMLDecodeError as e:
+        m = re.search(r"\(at line (\d+), column \d+\)$", str(e))
+        raise StationFileError(path, m[1] if m else 1,
+                               re.sub(r"\s*\(at line.*$", "", str(e))) from None
+    where = _Lines(text)
+    folder = os.path.dirname(os.path.abspath(path))
+
+    def fail(line, problem):
+        raise StationFileError(path, line, problem)
+
+    def here(p):
+        return os.path.normpath(os.path.join(folder, os.path.expanduser(p)))
+
+    for key in doc:
+        if key not in ("station", "fixture"):
+            fail(1, f"unknown key or table {key!r}")
+    station = doc.get("station")
+    if not isinstance(station, dict):
+        fail(1, "the file has no [station] table")
+    for key, value in station.items():
+        _check_type(STATION_KEYS, key, value, lambda p, k=key: fail(where.station(k), p))
+    station_id = station.get("id") or os.uname().nodename
+    if "plan" not in station:
+        fail(where.station(), "[station] has no plan")
+    plan_path = here(station["plan"])
+    if not os.path.isfile(plan_path):
+        fail(where.station("plan"), f"no plan {plan_path}")
+    try:
+        loaded = plans.load(plan_path, "SN0", 0, station_id,
+                            datetime.date.today().isoformat())
+    except plans.PlanError as e:
+        fail(where.station("plan"), f"the plan is refused: {e}")
+    pattern = None
+    if "serial_pattern" in station:
+        try:
+            pattern = re.compile(station["serial_pattern"])
+        except re.error as e:
+            fail(where.station("serial_pattern"), f"serial_pattern: bad regular expression: {e}")
+
+    raw_fixtures = doc.get("fixture")
+    if not isinstance(raw_fixtures, list) or not raw_fixtures:
+        fail(1, "the station has no [[fixture]]")
+    fixtures, names = [], set()
+    for i, raw in enumerate(raw_fixtures):
+        def bad(problem, key=None, i=i):
+            fail(where.fixture(i, key), f"fixture {i + 1}: {problem}")
+        fixture = _fixture(raw, bad, here)
+        if fixture.name in names:
+            bad(f"a second fixture named {fixture.name!r}", "name")
+        names.add(fixture.name)
+        if fixture.sim_setup:
+            verbs = ftsim_verbs() if verbs is None else verbs
+            for words in fixture.sim_setup:
+                if words[0] not in verbs or words[0] in NOT_SETUP:
+                    bad(f"sim_setup: {words[0]!r} is no ftsim verb a fixture can set up "
+                        "(see ./ftsim help)", "sim_setup")
+        fixtures.append(fixture)
+
+    return StationFile(os.path.abspath(path), station_id, plan_path,
+                       here(station.get("records", "records")), pattern, fixtures, loaded.block)
+
+
+def _check_type(allowed, key, value, bad):
+    if key not in allowed:
+        bad(f"unknown key {key!r}")
+    kind = allowed[key]
+    if not isinstance(value, kind) or (isinstance(value, bool) and kind != bool):
+        bad(f"{key} has the wrong type")
+
+
+def _fixture(raw, bad, here):
+    if not isinstance(raw, dict):
+        bad("a fixture is a table")
+    for key, value in raw.items():
+        _check_type(FIXTURE_KEYS, key, value, lambda p, key=key: bad(p, key))
+    name = raw.get("name")
+    if not name:
+        bad("has no name")
+    try:
+        check_serial(name)
+    except ValueError as e:
+        bad(str(e).replace("serial", "name", 1).replace("name a unit", "name a fixture"), "name")
+    given = [t for t in TRANSPORTS if raw.get(t)]
+    if len(given) != 1:
+        bad(f"{name}: give one transport: simulated = true, serial = DEVICE or spawn = [ARGV]"
+            if not given else f"{name}: two transports ({' and '.join(given)})")
+    fixture = Fixture(name, given[0], baud=raw.get("baud", 115200),
+                      ask_operator=raw.get("ask_operator", False))
+    if fixture.transport == "serial":
+        fixture.serial = here(raw["serial"])
+    elif fixture.transport == "spawn":
+        if not all(isinstance(w, str) and w for w in raw["spawn"]):
+            bad(f"{name}: spawn is a list of words", "spawn")
+        fixture.spawn = list(raw["spawn"])
+    for key in ("sim_setup", "ask_operator"):
+        if key in raw and fixture.transport != "simulated":
+            bad(f"{name}: {key} is for a simulated fixture", key)
+    for line in raw.get("sim_setup", []):
+        words = line.split() if isinstance(line, str) else []
+        if not words:
+            bad(f"{name}: sim_setup holds ftsim verbs, such as \"unplug display\"", "sim_setup")
+        fixture.sim_setup.append(words)
+    if fixture.baud <= 0:
+        bad(f"{name}: baud must be above 0", "baud")
+    return fixture
