@@ -48,8 +48,8 @@ MIGRATIONS = [
                name TEXT, command TEXT, verdict TEXT, duration REAL, output TEXT, note TEXT,
                PRIMARY KEY (run_id, idx))""",
     ]),
-    # Measurements, and what the yield report reads: the failing steps alone
-    # (a few among many), a measurement's values by name.
+    # Measurements, kept together by run (the yield report reads a run's all at
+    # once), and the failing steps alone: a few among many.
     (2, [
         """CREATE TABLE measurement (
                run_id TEXT NOT NULL REFERENCES run (id),
@@ -57,8 +57,7 @@ MIGRATIONS = [
                name TEXT NOT NULL,
                value REAL, unit TEXT, low REAL, high REAL,
                verdict TEXT NOT NULL CHECK (verdict IN ('PASS', 'FAIL')),
-               PRIMARY KEY (run_id, step_idx, name))""",
-        "CREATE INDEX measurement_name ON measurement (name, value)",
+               PRIMARY KEY (run_id, step_idx, name)) WITHOUT ROWID""",
         "CREATE INDEX step_failed ON step (run_id) WHERE verdict = 'FAIL'",
     ]),
     # The line database: the MAC leases this folder holds from its line, which

@@ -12,75 +12,84 @@ import statistics
 BINS = 24            # histogram bars of a measurement and of the test time
 FAR = 2.0            # a limit further than this many data spans away is named, not drawn
 
-# Test time is taken over PASS and FAIL runs: an aborted run's end is when
-# somebody stopped it (or the next start-up found it), not when testing ended.
-RUNS = """
-WITH r AS (SELECT rowid AS rid, id, serial, fixture, station, result, started, ended FROM run
-           WHERE result != 'RUNNING' AND serial IS NOT NULL AND started >= :since
-             AND started < :until AND (:plan IS NULL OR plan = :plan)
-             AND (:station IS NULL OR station = :station))
+# The counted runs, and their measurements, are set apart once in temporary
+# tables; every figure is then one pass over them. Test time is taken over PASS
+# and FAIL runs: an aborted run's end is when somebody stopped it (or the next
+# start-up found it), not when testing ended.
+SETUP = [
+    "PRAGMA temp_store = MEMORY",
+    "DROP TABLE IF EXISTS temp.counted",
+    "DROP TABLE IF EXISTS temp.measured",
+    """CREATE TEMP TABLE counted AS
+       SELECT rowid AS rid, id, serial, fixture, station, result, started, ended FROM run
+       WHERE result != 'RUNNING' AND serial IS NOT NULL AND started >= :since
+         AND started < :until AND (:plan IS NULL OR plan = :plan)
+         AND (:station IS NULL OR station = :station)""",
+]
+MEASURED = """
+CREATE TEMP TABLE measured AS
+SELECT m.name, m.value, m.unit, m.low, m.high, m.step_idx, r.started || r.id AS latest
+FROM counted r CROSS JOIN measurement m ON m.run_id = r.id
 """
 
-UNITS = RUNS + """
-, tries AS (
+UNITS = """
+WITH tries AS (
   SELECT serial,
     FIRST_VALUE(result) OVER (PARTITION BY serial ORDER BY result = 'ABORTED', started, rid
                               ROWS BETWEEN UNBOUNDED PRECEDING AND UNBOUNDED FOLLOWING) AS first,
     FIRST_VALUE(result) OVER (PARTITION BY serial ORDER BY started DESC, rid DESC
                               ROWS BETWEEN UNBOUNDED PRECEDING AND UNBOUNDED FOLLOWING) AS last
-  FROM r)
+  FROM counted)
 SELECT COUNT(*), SUM(first = 'PASS'), SUM(last = 'PASS')
 FROM (SELECT serial, MIN(first) AS first, MIN(last) AS last FROM tries GROUP BY serial)
 """
 
-TOTALS = RUNS + """
+TOTALS = """
 SELECT COUNT(*), MIN(started), MAX(started),
-       (julianday(MAX(started)) - julianday(MIN(started))) * 24.0 FROM r
+       (julianday(MAX(started)) - julianday(MIN(started))) * 24.0 FROM counted
 """
 
-TIMES = RUNS + """
-SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t FROM r
+TIMES = """
+SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t FROM counted
 WHERE result IN ('PASS', 'FAIL') AND ended IS NOT NULL ORDER BY t
 """
 
-PARETO = RUNS + """
-SELECT s.name, COUNT(*) AS failures, MIN(s.idx) AS place FROM step s JOIN r ON r.id = s.run_id
-WHERE s.verdict = 'FAIL' GROUP BY s.name ORDER BY failures DESC, place, s.name
+PARETO = """
+SELECT s.name, COUNT(*) AS failures, MIN(s.idx) AS place
+FROM counted r JOIN step s ON s.run_id = r.id AND s.verdict = 'FAIL'
+GROUP BY s.name ORDER BY failures DESC, place, s.name
 """
 
-FIXTURES = RUNS + """
-SELECT station, fixture, COUNT(*), SUM(result = 'PASS') FROM r
+FIXTURES = """
+SELECT station, fixture, COUNT(*), SUM(result = 'PASS') FROM counted
 GROUP BY station, fixture ORDER BY station, fixture
 """
 
 # A unit counts in the hour of its first run in the period.
-HOURLY = RUNS + """
-SELECT substr(first, 1, 13), COUNT(*) FROM (SELECT MIN(started) AS first FROM r GROUP BY serial)
+HOURLY = """
+SELECT substr(first, 1, 13), COUNT(*) FROM (SELECT MIN(started) AS first FROM counted GROUP BY serial)
 GROUP BY 1 ORDER BY 1
 """
 
 # Sums taken about a value near each measurement's own (its smallest), so that
 # the sample variance keeps its digits whatever the values' size.
-MEASURES = RUNS + """
-, shift AS (SELECT name, MIN(value) AS k FROM measurement GROUP BY name)
+MEASURES = """
+WITH shift AS (SELECT name, MIN(value) AS k FROM measured GROUP BY name)
 SELECT m.name, COUNT(m.value), SUM(m.value - shift.k), SUM((m.value - shift.k) * (m.value - shift.k)),
        MIN(m.value), MAX(m.value), SUM(m.value < m.low OR m.value > m.high), MIN(m.step_idx),
        shift.k
-FROM r CROSS JOIN measurement m ON m.run_id = r.id JOIN shift ON shift.name = m.name
+FROM measured m JOIN shift ON shift.name = m.name
 GROUP BY m.name ORDER BY MIN(m.step_idx), m.name
 """
 
 # The limits and unit of the latest run that measured each name.
-LIMITS = RUNS + """
-SELECT m.name, m.unit, m.low, m.high, MAX(r.started || r.id)
-FROM r CROSS JOIN measurement m ON m.run_id = r.id GROUP BY m.name
-"""
+LIMITS = "SELECT name, unit, low, high, MAX(latest) FROM measured GROUP BY name"
 
-HISTOGRAM = RUNS + """
-, span(name, lo, width) AS MATERIALIZED (
+HISTOGRAM = """
+WITH span(name, lo, width) AS MATERIALIZED (
   SELECT value ->> 0, value ->> 1, value ->> 2 FROM json_each(:spans))
 SELECT m.name, MIN(CAST((m.value - span.lo) / span.width AS INTEGER), :bins - 1), COUNT(*)
-FROM r CROSS JOIN measurement m ON m.run_id = r.id CROSS JOIN span ON span.name = m.name
+FROM measured m CROSS JOIN span ON span.name = m.name
 WHERE m.value IS NOT NULL GROUP BY 1, 2
 """
 
@@ -96,6 +105,8 @@ def gather(conn, since="", until="\uffff", plan=None, station=None):
     args = {"since": since or "", "until": until or "\uffff", "plan": plan, "station": station}
     q = lambda sql, **more: conn.execute(sql, {**args, **more}).fetchall()  # noqa: E731
     has_measurements = bool(q("SELECT 1 FROM sqlite_master WHERE name = 'measurement'"))
+    for sql in SETUP:
+        conn.execute(sql, args if ":" in sql else ())
     [(units, first_pass, final)] = q(UNITS)
     [(runs, first, last, hours)] = q(TOTALS)
     times = [t for (t,) in q(TIMES)]
@@ -120,6 +131,7 @@ def gather(conn, since="", until="\uffff", plan=None, station=None):
     out["stations"] = [{"station": s, "runs": n, "yield": p / n}
                        for s, (n, p) in per_station.items()]
     if has_measurements and runs:
+        conn.execute(MEASURED)
         out["measurements"] = _measurements(q)
     return out
 

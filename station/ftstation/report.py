@@ -79,16 +79,18 @@ def as_json(found):
 # ---- charts ----------------------------------------------------------------------
 
 def _figure(width, height):
+    import matplotlib
     from matplotlib.figure import Figure
+    # Text stays text in the SVG (the page's font, numbers a browser can find),
+    # and a "$" in a step's name is a dollar sign, not mathematics.
+    matplotlib.rcParams.update({"svg.fonttype": "none", "text.parse_math": False})
     fig = Figure(figsize=(width, height), layout="constrained")
     return fig, fig.subplots()
 
 
 def _svg(fig):
-    import matplotlib
     buf = io.StringIO()
-    with matplotlib.rc_context({"svg.fonttype": "none"}):
-        fig.savefig(buf, format="svg", metadata={"Date": None})
+    fig.savefig(buf, format="svg", metadata={"Date": None})
     text = buf.getvalue()
     return text[text.index("<svg"):]
 
@@ -327,12 +329,11 @@ def page(found, title):
     return "".join(parts)
 
 
-def make(db, out, *, since=None, until=None, plan=None, station=None, json_path=None):
-    """Writes the report (and its JSON) for the runs in the period; returns the figures.
-    DB is a station.db, or a line database's postgresql:// URL."""
+def render(db, *, since=None, until=None, plan=None, station=None, title=None):
+    """The page and the figures for the runs in the period. DB is a station.db,
+    or a line database's postgresql:// URL."""
     if db.startswith(("postgresql:", "postgres:")):
-        return _over_line(db, out, since=since, until=until, plan=plan, station=station,
-                          json_path=json_path)
+        return _over_line(db, since=since, until=until, plan=plan, station=station, title=title)
     conn = connect(db)
     try:
         found = figures.gather(conn, utc_bound(since) if since else "",
@@ -341,18 +342,25 @@ def make(db, out, *, since=None, until=None, plan=None, station=None, json_path=
         raise ReportError(f"{db}: cannot read the station database: {e}") from None
     finally:
         conn.close()
-    what = ", ".join(x for x in (f"plan {plan}" if plan else "", f"station {station}"
-                                 if station else "") if x)
-    title = "Yield report" + (f": {what}" if what else "")
-    if since or until:
-        title += f", {since or '…'} to {until or '…'}"
-    write_atomically(out, page(found, title).encode())
+    if title is None:
+        what = ", ".join(x for x in (f"plan {plan}" if plan else "", f"station {station}"
+                                     if station else "") if x)
+        title = "Yield report" + (f": {what}" if what else "")
+        if since or until:
+            title += f", {since or '…'} to {until or '…'}"
+    return page(found, title), found
+
+
+def make(db, out, *, since=None, until=None, plan=None, station=None, json_path=None):
+    """Writes the report (and its JSON) for the runs in the period; returns the figures."""
+    text, found = render(db, since=since, until=until, plan=plan, station=station)
+    write_atomically(out, text.encode())
     if json_path:
         write_atomically(json_path, (json.dumps(as_json(found), indent=2) + "\n").encode())
     return found
 
 
-def _over_line(url, out, **figures_of):
+def _over_line(url, **figures_of):
     """The report over every station of a line: its rows of the period, read
     through a station database made for the report."""
     from ftstation import line, linereport
@@ -364,11 +372,12 @@ def _over_line(url, out, **figures_of):
                                        figures_of["plan"], figures_of["station"])
         except line.LineError as e:
             raise ReportError(str(e)) from None
-        return make(path, out, **figures_of)
+        return render(path, **figures_of)
 
 
 def main(argv):
-    p = argparse.ArgumentParser(prog="ftstation report", usage=USAGE)
+    p = argparse.ArgumentParser(prog="ftstation", usage=USAGE)
+    p.add_argument("verb", choices=["report"])
     p.add_argument("db")
     p.add_argument("--since")
     p.add_argument("--until")

@@ -2,6 +2,7 @@
 and the station's JSON API, over the standard library's HTTP server. Every
 request goes to the Station object; this layer checks who asks and renders."""
 import argparse
+import datetime
 import hmac
 import json
 import os
@@ -14,7 +15,7 @@ import threading
 import urllib.parse
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
-from ftstation import stationfile
+from ftstation import report, stationfile
 from ftstation.db import DatabaseError
 from ftstation.station import HISTORY, Refused, Station
 
@@ -79,7 +80,7 @@ class Handler(BaseHTTPRequestHandler):
     def do_GET(self):
         self.parse()
         path, station = self.path_only, self.server.station
-        page_side = path in ("/", "/events") or FILES.fullmatch(path)
+        page_side = path in ("/", "/events", "/report") or FILES.fullmatch(path)
         if not self.allowed(query_token=page_side):
             return
         if path == "/":
@@ -87,6 +88,8 @@ class Handler(BaseHTTPRequestHandler):
                 return self.reply(200, "text/html; charset=utf-8", f.read())
         if path == "/events":
             return self.events()
+        if path == "/report":
+            return self.today()
         if path == "/api/status":
             return self.json(200, station.status())
         if path == "/api/runs":
@@ -142,6 +145,18 @@ class Handler(BaseHTTPRequestHandler):
         if not isinstance(value, dict):
             raise Refused(400, "the body is a JSON object")
         return value
+
+    def today(self):
+        """Today's yield report of this station, made now: the runs since local midnight."""
+        station = self.server.station
+        midnight = datetime.datetime.combine(datetime.date.today(), datetime.time()).astimezone()
+        try:
+            page, _ = report.render(os.path.join(station.config.records, "station.db"),
+                                    since=midnight.isoformat(), station=station.config.id,
+                                    title=f"{station.config.id}: today's yield report")
+        except report.ReportError as e:
+            return self.error(503, str(e))
+        self.reply(200, "text/html; charset=utf-8", page.encode())
 
     def events(self):
         """Server-sent events: the whole state at once, then again after every

@@ -63,6 +63,7 @@ class Slot:
         self.step = self.steps = self.done = 0
         self.step_name = self.result = self.error = self.prompt = None
         self.failures = []
+        self.measurements = []        # of the steps done, as the runner records them
         self.answer = None            # the operator's Done (True) or Failed (False)
         self.abort = self.thread = self.console = None
 
@@ -72,6 +73,7 @@ class Slot:
                 "step_name": self.step_name, "result": self.result, "run": self.run,
                 "done": self.done, "prompt": self.prompt, "error": self.error,
                 "failures": [{"name": n, "note": note} for n, note in self.failures],
+                "measurements": list(self.measurements),
                 "transport": self.fixture.transport}
 
 
@@ -292,6 +294,7 @@ class Station:
                 slot.step, slot.done = data["i"], data["i"]
                 if outcome.get("verdict") == "FAIL":
                     slot.failures.append((outcome.get("name"), outcome.get("note") or ""))
+                slot.measurements += outcome.get("measurements") or []
             elif kind == "end":
                 return
             self._announce()
@@ -322,6 +325,7 @@ class Station:
             if record.get("steps"):
                 slot.failures = [(s["name"], s.get("note") or "") for s in record["steps"]
                                  if s.get("verdict") == "FAIL"]
+                slot.measurements = [m for s in record["steps"] for m in s.get("measurements", ())]
             self._refresh()
             self._announce()
         if self.uploader:

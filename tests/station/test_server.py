@@ -324,3 +324,35 @@ def test_a_hung_console_holds_only_its_own_fixture(tmp_path, serve):
     assert s.call("POST", "/api/fixtures/H/abort")[0] == 202
     aborted = s.until("H", "finished")
     assert (aborted["result"], aborted["error"]) == ("ABORTED", "aborted by the operator")
+
+
+MEASURED = '''
+[[step]]
+name = "info"
+command = "info"
+verdict = "none"
+[[step.measure]]
+name = "info_time"
+from = "duration"
+unit = "s"
+high = 30
+[[step.measure]]
+name = "never_printed"
+regex = 'no such line ([0-9]+)'
+'''
+
+
+def test_measurements_on_the_card_and_todays_report(tmp_path, serve):
+    path = station_file(tmp_path, [("A", "simulated = true")])
+    (tmp_path / "plan.toml").write_text(MEASURED)
+    s = serve(path)
+    assert s.call("POST", "/api/fixtures/A/start", {"serial": "SN0000001"})[0] == 202
+    card = s.until("A", "finished")
+    assert [(m["name"], m["verdict"], m["value"] is None) for m in card["measurements"]] == [
+        ("info_time", "PASS", False), ("never_printed", "FAIL", True)]
+    assert card["failures"] == [{"name": "info", "note": "never_printed missing: the output "
+                                                         "does not hold /no such line ([0-9]+)/"}]
+    status, page = s.call("GET", f"/report?token={s.token}", token=False)
+    assert status == 200 and b"line1-st3: today&#x27;s yield report" in page
+    assert b'data-figure="units">1<' in page and b"<svg" in page
+    assert s.call("GET", "/report", token=False)[0] == 403
