@@ -88,6 +88,9 @@ def test_bad_connections_each_give_their_one_line_and_the_grants_do(tmp_path, cl
     cluster.sql("postgres", "DO $$ BEGIN CREATE ROLE ft LOGIN PASSWORD 'right'; "
                 "EXCEPTION WHEN duplicate_object THEN NULL; END $$")
     tcp = f"postgresql://ft@127.0.0.1:{cluster.port}/{url.split('/')[3].split('?')[0]}"
+    silent = socket.socket()            # a host that takes the call and never answers
+    silent.bind(("127.0.0.1", 0))
+    silent.listen()
     rows = [
         # (URL, PGPASSWORD, exit status, the line on stderr)
         ("postgresql://ft@db.line1:99999/x", None, 2, "URL does not parse: Port out of range"),
@@ -99,12 +102,15 @@ def test_bad_connections_each_give_their_one_line_and_the_grants_do(tmp_path, cl
         ("postgresql://ft@db.invalid/ftline", None, 1, "db.invalid/ftline: unknown host db.invalid"),
         (f"postgresql://ft@127.0.0.1:{cluster.port + 1 if cluster.port < 65535 else 1}/x", None, 1,
          "cannot be reached (connection refused"),
+        (f"postgresql://ft@127.0.0.1:{silent.getsockname()[1]}/x", None, 1,
+         "no answer within 3 s (host unreachable?)"),
     ]
     for target, password, status, text in rows:
         env = {"PGPASSWORD": password} if password else {"PGPASSWORD": ""}
         r = ftstation("line-init", target, env=env)
         assert (r.returncode, r.stdout) == (status, ""), (target, r.stderr)
         assert len(r.stderr.splitlines()) == 1 and text in r.stderr, (target, r.stderr)
+    silent.close()
     # The right password, as a station logs in with the README's grants.
     readme = open(os.path.join(REPO, "README.md")).read()
     grants = next(b for b in readme.split("```sql")[1:] if "GRANT" in b).split("```")[0]
