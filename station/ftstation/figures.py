@@ -67,7 +67,8 @@ GROUP BY station, fixture ORDER BY station, fixture
 
 # A unit counts in the hour of its first run in the period.
 HOURLY = """
-SELECT substr(first, 1, 13), COUNT(*) FROM (SELECT MIN(started) AS first FROM counted GROUP BY serial)
+SELECT substr(first, 1, 13), COUNT(*)
+FROM (SELECT MIN(started) AS first FROM counted GROUP BY serial)
 GROUP BY 1 ORDER BY 1
 """
 
@@ -75,9 +76,9 @@ GROUP BY 1 ORDER BY 1
 # the sample variance keeps its digits whatever the values' size.
 MEASURES = """
 WITH shift AS (SELECT name, MIN(value) AS k FROM measured GROUP BY name)
-SELECT m.name, COUNT(m.value), SUM(m.value - shift.k), SUM((m.value - shift.k) * (m.value - shift.k)),
-       MIN(m.value), MAX(m.value), SUM(m.value < m.low OR m.value > m.high), MIN(m.step_idx),
-       shift.k
+SELECT m.name, COUNT(m.value), SUM(m.value - shift.k),
+       SUM((m.value - shift.k) * (m.value - shift.k)), MIN(m.value), MAX(m.value),
+       SUM(m.value < m.low OR m.value > m.high), MIN(m.step_idx), shift.k
 FROM measured m JOIN shift ON shift.name = m.name
 GROUP BY m.name ORDER BY MIN(m.step_idx), m.name
 """

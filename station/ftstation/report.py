@@ -276,7 +276,8 @@ def page(found, title):
         for p in found["pareto"][:TOP]:
             running += p["failures"]
             rows.append(f"<tr><td>{e(p['step'])}</td><td>{p['failures']}</td>"
-                        f"<td>{_pct(p['failures'] / total)}</td><td>{_pct(running / total)}</td></tr>")
+                        f"<td>{_pct(p['failures'] / total)}</td>"
+                        f"<td>{_pct(running / total)}</td></tr>")
         rest = found["pareto"][TOP:]
         if rest:
             rows.append(f"<tr><td>{len(rest)} other steps</td><td>{total - running}</td>"
@@ -290,7 +291,8 @@ def page(found, title):
     runs_passed = sum(f["yield"] * f["runs"] for f in found["fixtures"]) / found["runs"]
     parts.append("<h2>Yield per fixture and station</h2><div class='pair'>"
                  f"<div>{fixture_chart(found['fixtures'], runs_passed)}</div>"
-                 "<table id='fixtures'><tr><th>station / fixture</th><th>runs</th><th>yield</th></tr>"
+                 "<table id='fixtures'><tr><th>station / fixture</th><th>runs</th>"
+                 "<th>yield</th></tr>"
                  + "".join(f"<tr><td>{e(str(f['station']))} / {e(str(f['fixture']))}</td>"
                            f"<td>{f['runs']}</td><td>{_pct(f['yield'])}</td></tr>"
                            for f in found["fixtures"])
