@@ -117,7 +117,7 @@ def pareto_chart(pareto):
 def fixture_chart(fixtures, overall):
     rows = fixtures[::-1]
     fig, ax = _figure(6.4, 0.42 * len(rows) + 1.0)
-    labels = [f"{f['station']} / {f['fixture']}" for f in rows]
+    labels = [f"{f['station'] or '–'} / {f['fixture'] or '–'}" for f in rows]
     colours = [BAD if f["yield"] < overall - 0.05 else BAR for f in rows]
     ax.barh(labels, [100 * f["yield"] for f in rows], color=colours)
     ax.axvline(100 * overall, color=INK, linestyle="--", linewidth=1)
@@ -150,7 +150,9 @@ def histogram_chart(m):
             continue
         if lo <= limit <= hi:
             ax.axvline(limit, color=BAD, linewidth=1.6)
-            ax.annotate(f"{key} {limit:g}", (limit, top), xytext=(3 if key == "low" else -3, 0),
+            # The high label a line lower: two limits close together stay legible.
+            ax.annotate(f"{key} {limit:g}", (limit, top),
+                        xytext=(3, 0) if key == "low" else (-3, -12),
                         textcoords="offset points", ha="left" if key == "low" else "right",
                         va="top", fontsize=9, color=BAD)
         else:
@@ -293,10 +295,10 @@ def page(found, title):
                  f"<div>{fixture_chart(found['fixtures'], runs_passed)}</div>"
                  "<table id='fixtures'><tr><th>station / fixture</th><th>runs</th>"
                  "<th>yield</th></tr>"
-                 + "".join(f"<tr><td>{e(str(f['station']))} / {e(str(f['fixture']))}</td>"
+                 + "".join(f"<tr><td>{e(f['station'] or '–')} / {e(f['fixture'] or '–')}</td>"
                            f"<td>{f['runs']}</td><td>{_pct(f['yield'])}</td></tr>"
                            for f in found["fixtures"])
-                 + "".join(f"<tr><th>{e(str(s['station']))} (station)</th><th>{s['runs']}</th>"
+                 + "".join(f"<tr><th>{e(s['station'] or '–')} (station)</th><th>{s['runs']}</th>"
                            f"<th>{_pct(s['yield'])}</th></tr>" for s in found["stations"])
                  + "</table></div>")
 
