@@ -51,8 +51,9 @@ SELECT COUNT(*), MIN(started), MAX(started),
 """
 
 TIMES = """
-SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t FROM counted
-WHERE result IN ('PASS', 'FAIL') AND ended IS NOT NULL ORDER BY t
+SELECT t FROM (SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t
+               FROM counted WHERE result IN ('PASS', 'FAIL'))
+WHERE t IS NOT NULL ORDER BY t
 """
 
 PARETO = """

@@ -170,7 +170,14 @@ def histogram_chart(m):
 
 def hourly_chart(hourly):
     import matplotlib.dates as mdates
-    counts = {datetime.datetime.strptime(h, "%Y-%m-%dT%H"): n for h, n in hourly}
+    counts = {}
+    for h, n in hourly:
+        try:
+            counts[datetime.datetime.strptime(h, "%Y-%m-%dT%H")] = n
+        except (TypeError, ValueError):
+            pass                 # a start the database holds in another form: not charted
+    if not counts:
+        return ""
     hour = datetime.timedelta(hours=1)
     edges = [min(counts)]
     while edges[-1] <= max(counts):      # hours without a unit show as 0
