@@ -24,9 +24,9 @@ PLAN = os.path.join(REPO, "station", "plans", "production.toml")
 RUNS = 100_000
 GOAL_S, GOAL_MB = 10.0, 500
 # Typical values of the production plan's measurements on a line: (mean, stdev).
-TYPICAL = {"sdram_test_time": (0.4, 0.05), "ping_rtt_avg": (0.3, 0.1), "ftp_upload_time": (0.1, 0.03),
-           "ftp_download_time": (0.02, 0.01), "wifi_station_signal": (-48, 5),
-           "bt_reference_rssi": (-55, 5)}
+TYPICAL = {"sdram_test_time": (0.4, 0.05), "ping_rtt_avg": (0.3, 0.1),
+           "ftp_upload_time": (0.1, 0.03), "ftp_download_time": (0.02, 0.01),
+           "wifi_station_signal": (-48, 5), "bt_reference_rssi": (-55, 5)}
 
 
 def fill(path):

@@ -7,6 +7,7 @@ Which runs count: finished ones (RUNNING is left out) of a unit (a run without
 a serial is an engineer's, not production's), started within [since, until).
 An ABORTED run counts as a run, never as a unit's first attempt."""
 import json
+import math
 import statistics
 
 BINS = 24            # histogram bars of a measurement and of the test time
@@ -50,8 +51,9 @@ SELECT COUNT(*), MIN(started), MAX(started),
 """
 
 TIMES = """
-SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t FROM counted
-WHERE result IN ('PASS', 'FAIL') AND ended IS NOT NULL ORDER BY t
+SELECT t FROM (SELECT ROUND((julianday(ended) - julianday(started)) * 86400.0, 3) AS t
+               FROM counted WHERE result IN ('PASS', 'FAIL'))
+WHERE t IS NOT NULL ORDER BY t
 """
 
 PARETO = """
@@ -67,7 +69,8 @@ GROUP BY station, fixture ORDER BY station, fixture
 
 # A unit counts in the hour of its first run in the period.
 HOURLY = """
-SELECT substr(first, 1, 13), COUNT(*) FROM (SELECT MIN(started) AS first FROM counted GROUP BY serial)
+SELECT substr(first, 1, 13), COUNT(*)
+FROM (SELECT MIN(started) AS first FROM counted GROUP BY serial)
 GROUP BY 1 ORDER BY 1
 """
 
@@ -75,9 +78,10 @@ GROUP BY 1 ORDER BY 1
 # the sample variance keeps its digits whatever the values' size.
 MEASURES = """
 WITH shift AS (SELECT name, MIN(value) AS k FROM measured GROUP BY name)
-SELECT m.name, COUNT(m.value), SUM(m.value - shift.k), SUM((m.value - shift.k) * (m.value - shift.k)),
-       MIN(m.value), MAX(m.value), SUM(m.value < m.low OR m.value > m.high), MIN(m.step_idx),
-       shift.k
+SELECT m.name, COUNT(m.value), SUM(m.value - shift.k),
+       SUM((m.value - shift.k) * (m.value - shift.k)), MIN(m.value), MAX(m.value),
+       SUM(m.value < m.low OR m.value > m.high), MIN(m.step_idx), shift.k,
+       SUM(m.value != ROUND(m.value))
 FROM measured m JOIN shift ON shift.name = m.name
 GROUP BY m.name ORDER BY MIN(m.step_idx), m.name
 """
@@ -145,7 +149,7 @@ def _p95(times):
 def _measurements(q):
     limits = {name: (unit, low, high) for name, unit, low, high, _ in q(LIMITS)}
     found = []
-    for name, n, s1, s2, lo, hi, outside, _, k in q(MEASURES):
+    for name, n, s1, s2, lo, hi, outside, _, k, fractions in q(MEASURES):
         unit, low, high = limits[name]
         mean = k + s1 / n if n else None
         spread = s2 - s1 * s1 / n if n else 0.0
@@ -161,11 +165,11 @@ def _measurements(q):
             cpk = min(sides) if sides else None
         found.append({"name": name, "unit": unit, "n": n, "mean": mean, "stdev": stdev,
                       "min": lo, "max": hi, "low": low, "high": high, "cp": cp, "cpk": cpk,
-                      "out_of_limits": outside or 0})
+                      "out_of_limits": outside or 0, "whole": not fractions})
     spans = []
     for m in found:
         if m["n"]:
-            lo, hi = _view(m)
+            lo, hi = _view(m, m["whole"])
             m["view"] = (lo, hi)
             spans.append([m["name"], lo, (hi - lo) / BINS])
     bins = {}
@@ -176,14 +180,19 @@ def _measurements(q):
     return found
 
 
-def _view(m):
+def _view(m, whole):
     """The value range a histogram spans: the data, and each limit that lies
-    near enough to be drawn without squeezing the data into one bar."""
+    near enough to be drawn without squeezing the data into one bar. Whole
+    numbers (dBm, say) get bars a whole number wide, centred on them."""
     lo, hi = m["min"], m["max"]
     width = hi - lo or max(abs(hi) * 0.1, 1e-9)
     far = width * FAR
     for limit in (m["low"], m["high"]):
         if limit is not None and lo - far <= limit <= hi + far:
             lo, hi = min(lo, limit), max(hi, limit)
+    if whole:
+        step = max(1, math.ceil((hi - lo + 1) / BINS))
+        lo = math.floor(lo) - 0.5 - (BINS * step - (hi - lo + 1)) // 2
+        return lo, lo + BINS * step
     pad = (hi - lo) * 0.05 or width * 0.5
     return lo - pad, hi + pad

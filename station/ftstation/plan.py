@@ -275,7 +275,8 @@ def _step(raw, defaults, values, bad, bad_measure):
                 bad("action.sim holds ftsim verbs, such as \"press KEY_5\"", "action.sim")
             step.sim.append(_fill(line, values, bad, "action.sim"))
     for k, table in enumerate(raw.get("measure", [])):
-        step.measures.append(_measure(table, values, lambda p, key=None, k=k: bad_measure(k, p, key)))
+        step.measures.append(_measure(table, values,
+                                      lambda p, key=None, k=k: bad_measure(k, p, key)))
     if step.command is None and step.prompt is None:
         bad("has neither a command nor an action")
     if step.command is None and (step.ends_console or step.interrupt_after or step.match

@@ -118,7 +118,7 @@ def pareto_chart(pareto):
 def fixture_chart(fixtures, overall):
     rows = fixtures[::-1]
     fig, ax = _figure(6.4, 0.42 * len(rows) + 1.0)
-    labels = [f"{f['station']} / {f['fixture']}" for f in rows]
+    labels = [f"{f['station'] or '–'} / {f['fixture'] or '–'}" for f in rows]
     colours = [BAD if f["yield"] < overall - 0.05 else BAR for f in rows]
     ax.barh(labels, [100 * f["yield"] for f in rows], color=colours)
     ax.axvline(100 * overall, color=INK, linestyle="--", linewidth=1)
@@ -151,7 +151,9 @@ def histogram_chart(m):
             continue
         if lo <= limit <= hi:
             ax.axvline(limit, color=BAD, linewidth=1.6)
-            ax.annotate(f"{key} {limit:g}", (limit, top), xytext=(3 if key == "low" else -3, 0),
+            # The high label a line lower: two limits close together stay legible.
+            ax.annotate(f"{key} {limit:g}", (limit, top),
+                        xytext=(3, 0) if key == "low" else (-3, -12),
                         textcoords="offset points", ha="left" if key == "low" else "right",
                         va="top", fontsize=9, color=BAD)
         else:
@@ -169,7 +171,14 @@ def histogram_chart(m):
 
 def hourly_chart(hourly):
     import matplotlib.dates as mdates
-    counts = {datetime.datetime.strptime(h, "%Y-%m-%dT%H"): n for h, n in hourly}
+    counts = {}
+    for h, n in hourly:
+        try:
+            counts[datetime.datetime.strptime(h, "%Y-%m-%dT%H")] = n
+        except (TypeError, ValueError):
+            pass                 # a start the database holds in another form: not charted
+    if not counts:
+        return ""
     hour = datetime.timedelta(hours=1)
     edges = [min(counts)]
     while edges[-1] <= max(counts):      # hours without a unit show as 0
@@ -277,7 +286,8 @@ def page(found, title):
         for p in found["pareto"][:TOP]:
             running += p["failures"]
             rows.append(f"<tr><td>{e(p['step'])}</td><td>{p['failures']}</td>"
-                        f"<td>{_pct(p['failures'] / total)}</td><td>{_pct(running / total)}</td></tr>")
+                        f"<td>{_pct(p['failures'] / total)}</td>"
+                        f"<td>{_pct(running / total)}</td></tr>")
         rest = found["pareto"][TOP:]
         if rest:
             rows.append(f"<tr><td>{len(rest)} other steps</td><td>{total - running}</td>"
@@ -291,11 +301,12 @@ def page(found, title):
     runs_passed = sum(f["yield"] * f["runs"] for f in found["fixtures"]) / found["runs"]
     parts.append("<h2>Yield per fixture and station</h2><div class='pair'>"
                  f"<div>{fixture_chart(found['fixtures'], runs_passed)}</div>"
-                 "<table id='fixtures'><tr><th>station / fixture</th><th>runs</th><th>yield</th></tr>"
-                 + "".join(f"<tr><td>{e(str(f['station']))} / {e(str(f['fixture']))}</td>"
+                 "<table id='fixtures'><tr><th>station / fixture</th><th>runs</th>"
+                 "<th>yield</th></tr>"
+                 + "".join(f"<tr><td>{e(f['station'] or '–')} / {e(f['fixture'] or '–')}</td>"
                            f"<td>{f['runs']}</td><td>{_pct(f['yield'])}</td></tr>"
                            for f in found["fixtures"])
-                 + "".join(f"<tr><th>{e(str(s['station']))} (station)</th><th>{s['runs']}</th>"
+                 + "".join(f"<tr><th>{e(s['station'] or '–')} (station)</th><th>{s['runs']}</th>"
                            f"<th>{_pct(s['yield'])}</th></tr>" for s in found["stations"])
                  + "</table></div>")
 

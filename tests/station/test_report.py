@@ -163,7 +163,7 @@ def expected(runs, since="", until="~", station=None):
         fixtures.setdefault((r["station"], r["fixture"]), []).append(r["result"] == "PASS")
     return {
         "units": len(units), "runs": len(runs),
-        "first_pass_yield": sum(f is not None and f["result"] == "PASS" for f in firsts) / len(units),
+        "first_pass_yield": sum(bool(f) and f["result"] == "PASS" for f in firsts) / len(units),
         "final_yield": sum(rs[-1]["result"] == "PASS" for rs in units.values()) / len(units),
         "retest_rate": (len(runs) - len(units)) / len(units),
         "test_time": {"median": statistics.median(times),
@@ -183,8 +183,8 @@ def capability(name, values, unit, low, high):
     mean = statistics.mean(values) if n else None
     sd = statistics.stdev(values) if n >= 2 else None
     ok = sd and low is not None and high is not None
-    cpk = [x for x in ((high - mean) / (3 * sd) if sd and high is not None else None,
-                       (mean - low) / (3 * sd) if sd and low is not None else None) if x is not None]
+    cpk = ([(high - mean) / (3 * sd)] if sd and high is not None else []) + (
+        [(mean - low) / (3 * sd)] if sd and low is not None else [])
     return {"name": name, "unit": unit, "n": n, "mean": mean, "stdev": sd,
             "min": min(values, default=None), "max": max(values, default=None), "low": low,
             "high": high, "cp": (high - low) / (6 * sd) if ok else None,
