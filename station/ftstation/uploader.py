@@ -46,19 +46,24 @@ class Uploader:
         self._lock = threading.Lock()
         self._reader = leases.open_local(records)         # what the station shows
         self._reading = threading.Lock()
+        self._shown = {"queued": None, "last_error": None, "conflicts": []}
         self.last_error, self.went = None, 0
         self._stop, self._wake, self._thread = threading.Event(), threading.Event(), None
 
     # --- what the station shows ---------------------------------------------------
 
     def queued(self):
-        with self._reading:
-            return self._reader.execute(f"SELECT COUNT(*) FROM run WHERE {QUEUED}").fetchone()[0]
+        return self.status()["queued"]
 
     def status(self):
+        """What the header and /api/status show; the last answer once stopped."""
         with self._reading:
-            found = leases.conflicts(self._reader)
-        return {"queued": self.queued(), "last_error": self.last_error, "conflicts": found}
+            if self._reader is not None:
+                self._shown = {"queued": self._reader.execute(
+                                   f"SELECT COUNT(*) FROM run WHERE {QUEUED}").fetchone()[0],
+                               "last_error": self.last_error,
+                               "conflicts": leases.conflicts(self._reader)}
+            return dict(self._shown)
 
     # --- uploading ------------------------------------------------------------------
 
@@ -173,6 +178,7 @@ class Uploader:
             self._local.close()
         with self._reading:
             self._reader.close()
+            self._reader = None
 
     def _loop(self):
         delay = 0.0
