@@ -174,6 +174,36 @@ def eth_readback(mode, actual, status):
             f"\nGetLinkStatus() port=2 link status:(L2SW_LINK_{status})\n")
 
 
+# (ftsim verb and arguments that break the switch, eth's output): each on its own run.
+ETH_FAILURES = [
+    (("fault", "switch", "L2Switch_EarlyInit"), "FAIL: L2Switch_EarlyInit() \n"),
+    (("fault", "switch", "L2Switch_IsSwitchPortSupport1G"), "FAIL: L2Switch_IsSwitchPortSupport1G()!!\n"),
+    (("fault", "switch", "L2Switch_SetLinkMode"), "FAIL: setLink...\n"),
+    (("fault", "switch", "L2Switch_GetLinkMode@1"), "FAIL: in GetLinkMode()!!!!\n"),
+    (("fault", "switch", "L2Switch_GetLinkMode:EBUSY@2"),
+     "\nGetLinkMode() port=2 link mode:(L2SW_LINK_MODE_1000_FULL)\nFAIL: in GetLinkMode()-actualMode!!!!\n"),
+    (("fault", "switch", "L2Switch_GetLinkStatus"), eth_readback("1000_FULL", "1000_FULL", "UP")
+     .split("\nGetLinkStatus")[0] + "FAIL: in GetLinkStatus(rtk_port=2, status=0)!!!\n"),
+    (("fault", "switch", "L2Switch_GetTestMode"), eth_readback("1000_FULL", "1000_FULL", "UP") + "FAIL: GetTestMode()!!!\n"),
+    # A switch that takes the setting and keeps its old mode.
+    (("set", "switch.frozen", "1"), eth_readback("AUTO", "1000_FULL", "UP") + "FAIL: to set ft eth...\n"),
+]
+
+
+def test_eth_reports_each_failing_step(phone):
+    for verb, out in ETH_FAILURES:
+        ftsim("fault", phone.path, "clear")
+        ftsim("set", phone.path, "switch.frozen", "0")
+        r = ftsim(verb[0], phone.path, *verb[1:])
+        assert r.returncode == 0, r.stderr
+        assert phone.run("eth 1 1000") == (startup() + transcript(("eth 1 1000", out), eof=True), 0), verb
+    # Only the second call of a run fails: l2getLinkMode's read of the actual mode.
+    ftsim("fault", phone.path, "clear")
+    phone.fault("switch", "L2Switch_GetLinkMode@2")
+    assert phone.run("l2getLinkMode 1")[0] == startup() + transcript(
+        ("l2getLinkMode 1", err("rltkFTgetLinkMode() (actualMode)", "EIO")), eof=True)
+
+
 def test_eth_verdicts_follow_the_configured_mode(phone):
     # The partner offers 100 Mb/s half duplex at the most: what the link becomes.
     phone.set("switch.port2.partner", "4")
