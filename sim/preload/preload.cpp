@@ -227,7 +227,8 @@ OPEN2_WRAPPER(__open64_2)
         std::string stand_in;                                         \
         const DeviceNode *node = nullptr;                             \
         if (!mapped(path, stand_in, &node))                           \
-            return real(path, mode);                                  \
+            return preload::storage_open_allowed(path, mode)          \
+                       ? real(path, mode) : nullptr;                  \
         if (node->open_check && node->open_check(path) != 0)          \
             return nullptr;                                           \
         FILE *f = real(stand_in.c_str(), mode);                       \
@@ -241,6 +242,7 @@ FOPEN_WRAPPER(fopen64)
 DIR *opendir(const char *path) {
     using Fn = DIR *(*)(const char *);
     static Fn real = next<Fn>("opendir");
+    if (!preload::folder_open_allowed(path)) return nullptr;
     std::string stand_in;
     return real(mapped(path, stand_in) ? stand_in.c_str() : path);
 }
