@@ -115,6 +115,22 @@ def test_regulatory_label_replaces_the_last_one(phone):
     assert not [p for p in os.listdir("/proc") if p.isdigit() and server_of(p, phone)]
 
 
+@pytest.mark.parametrize("fault", ["drop", "stall"])
+def test_regulatory_label_from_a_failing_server(phone, fault):
+    line = "tolma regulatory station station x.png 10.8.0.2"
+    data = b"\x89PNG" + bytes(range(256)) * 64
+    station_file(phone, "x.png", data)
+    phone.station("fault", fault)
+    out, _ = phone.run(line)
+    assert out == startup() + transcript(
+        (line, failed("ftpget -u station -p station 10.8.0.2 "
+                      "/reserved/regulatoryLabels/regulatory_info.png x.png")), eof=True)
+    # What a cut-off download leaves behind: the first half of the label.
+    label = os.path.join(phone.path, "reserved", "regulatoryLabels", "regulatory_info.png")
+    assert (read(label) if os.path.exists(label) else None) == \
+        (data[:len(data) // 2] if fault == "drop" else None)
+
+
 def server_of(pid, phone):
     try:
         with open(f"/proc/{pid}/cmdline", "rb") as f:
