@@ -116,22 +116,38 @@ def test_bluetooth_session(phone, tmp_path):
         assert f.read() == "bd_addr_loader \n"
 
 
-@pytest.mark.parametrize("fault,line,reply,log", [
-    ("bt-hal-missing", "bt init", "ERROR: failed to load BT HAL library!\n",
-     ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]),
-    ("bt-enable-error", "bt on", "FAIL\n", None),
-    ("bt-silent", "bt on", "FAIL\n", None),
-])
-def test_bluetooth_faults(phone, fault, line, reply, log):
-    phone.fault(fault)
+INIT = ("bt init", "BT interface initialized\n")
+NO_DRIVER = "ERROR: failed to load BT driver!\n"
+NO_LIST = "Could not open /proc/modules: Permission denied"
+# (ftsim verbs that break the radios, the lines and their replies, what shut-down prints).
+RADIO_FAULTS = [
+    ([("fault", "bt-hal-missing")], [("bt init", "ERROR: failed to load BT HAL library!\n")], QUIT),
+    ([("fault", "bt-enable-error")], [INIT, ("bt on", "FAIL\n")], QUIT),
+    ([("fault", "bt-silent")], [INIT, ("bt on", "FAIL\n")], QUIT),
+    ([("fault", "modules-unreadable")],
+     [("bt init", NO_DRIVER), ("wifi start", NO_LIST + "ft: WiFi started.\n")], NO_LIST + QUIT),
+    ([("fault", "mbtchar0-missing")], [("bt init", NO_DRIVER)], QUIT),
+    # Modules a boot left loaded: a driver whose node or interface never came.
+    ([("set", "boot-modules", "mlan,sd8xxx,mbt8xxx"), ("fault", "mbtchar0-missing")],
+     [("bt init", NO_DRIVER), ("wifi mac_get", "ft : WiFi service already running.\n"
+                                               "FAIL\nft: Err getting WiFi MAC address \n")],
+     "ft: WiFi stopped.\n"),
+    ([("fault", "cap-wifi-error"), ("fault", "cap-bt-error")], [("wifi cap", "FAIL\n"), ("bt cap", "FAIL\n")],
+     QUIT),
+]
+
+
+@pytest.mark.parametrize("setup,steps,end", RADIO_FAULTS)
+def test_radio_faults(phone, setup, steps, end):
+    for verb, *args in setup:
+        getattr(phone, verb)(*args)
     began = time.monotonic()
-    pre = [] if line == "bt init" else [("bt init", "BT interface initialized\n")]
-    out, _ = phone.run(*[l for l, _ in pre], line)
-    assert out == startup() + transcript(*pre, (line, reply), eof=True)
-    if fault == "bt-silent":
+    out, _ = phone.run(*[line for line, _ in steps])
+    assert out == startup() + transcript(*steps) + "ft>" + end
+    if ("fault", "bt-silent") in setup:
         assert time.monotonic() - began >= 5
-    if log:
-        assert module_log(phone) == log
+    if ("fault", "bt-hal-missing") in setup:
+        assert module_log(phone) == ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]
 
 
 def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path):
