@@ -149,7 +149,7 @@ def setup_station(parser):
     return run
 
 
-@register_verb("interrupt", "SIGINT to the phone's running console, as Ctrl+C sends it")
+@register_verb("interrupt", "SIGINT to the phone's running console and the commands it runs, as Ctrl+C sends it")
 def setup_interrupt(parser):
     phone_arg(parser)
 

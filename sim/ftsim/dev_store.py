@@ -44,7 +44,7 @@ HELP["device", "store"] = "the factory-data store, NAME=VALUE per parameter"
 add_fault("store-read", "reading that parameter fails", storage_name)
 add_fault("store-write", "writing that parameter fails", storage_name)
 add_fault("store-mode", "leaving factory mode fails")
-add_fault("shell", "no shell can be started (system returns -1)")
+add_fault("shell", "no shell can be started (system returns -1 with errno EAGAIN, as a failed fork)")
 
 
 @register_verb("store", "the factory-data store, or sets one of its parameters")

@@ -34,8 +34,9 @@ API for the simulated devices:
   take the same arguments and return the subprocess.Popen.
 - STATION_HOOKS: (up(phone), down(phone)) pairs; up is called after the station
   namespace and its end of the pair are made, down before the namespace goes.
-- interrupt(phone): SIGINT to the running console, as Ctrl+C on its terminal
-  sends it; NotRunning when no console runs.
+- interrupt(phone): SIGINT to the running console and the commands it runs
+  (its process group inside the sandbox), as Ctrl+C on its terminal sends it;
+  NotRunning when no console runs.
 """
 import contextlib
 import ctypes
@@ -272,18 +273,47 @@ def _phone_net_fd(phone):
         os.close(fd)
 
 
+def _sandbox_group(rec, pgid):
+    """Host PIDs of the sandbox's processes in process group `pgid`, bubblewrap's
+    own init (the namespace's PID 1) left out."""
+    pids = []
+    for name in os.listdir("/proc"):
+        if not name.isdigit() or _ns_inode(name, "pid") != rec["pid_ns"]:
+            continue
+        try:
+            with open(f"/proc/{name}/status") as f:
+                nspid = next(line for line in f if line.startswith("NSpid:")).split()
+            if nspid[-1] != "1" and os.getpgid(int(name)) == pgid:
+                pids.append(int(name))
+        except (OSError, StopIteration):
+            continue     # gone meanwhile
+    return pids
+
+
 def interrupt(phone):
-    run = current(phone)
-    if run is None:
+    """SIGINT to the console and to every process of its group inside the
+    sandbox (the shell commands it runs), as Ctrl+C on its terminal reaches the
+    whole foreground job. On a pipe the console shares its process group with
+    whoever started ./ftsim run: nothing outside the sandbox is signalled."""
+    rec = _record(phone)
+    pid = _console_of(rec) if rec else None
+    if pid is None:
         raise NotRunning(f"no console runs in {phone.path}")
-    pidfd = os.pidfd_open(run.pid)
-    try:
-        again = current(phone)
-        if again is None or again.pid != run.pid:
-            raise NotRunning(f"no console runs in {phone.path}")
-        signal.pidfd_send_signal(pidfd, signal.SIGINT)
-    finally:
-        os.close(pidfd)
+    pgid = os.getpgid(pid)
+    for target in sorted(_sandbox_group(rec, pgid), key=lambda p: p != pid):
+        try:
+            pidfd = os.pidfd_open(target)
+        except ProcessLookupError:
+            continue
+        try:
+            # Checked again through the descriptor's process: a PID reused
+            # meanwhile is another process, and is left alone.
+            if _ns_inode(target, "pid") == rec["pid_ns"] and os.getpgid(target) == pgid:
+                signal.pidfd_send_signal(pidfd, signal.SIGINT)
+        except ProcessLookupError:
+            pass
+        finally:
+            os.close(pidfd)
 
 
 # ---- entering namespaces -----------------------------------------------------

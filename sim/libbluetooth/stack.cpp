@@ -54,11 +54,19 @@ struct Event {
     std::function<void()> run;
 };
 
-std::mutex g_lock;
-std::condition_variable g_wake;
-std::thread *g_thread = nullptr;   // never destroyed: a process may end with the stack up
+// The stack's thread may still run when the process ends (a console that
+// never called cleanup, or called init twice). A phone's own stack dies with
+// its process; this one is stopped as the process exits (stop_at_exit), and
+// what the thread waits on is never destroyed, so exit() can never block on a
+// condition variable still in use.
+std::mutex &g_lock = *new std::mutex;
+std::condition_variable &g_wake = *new std::condition_variable;
+std::condition_variable &g_stopped = *new std::condition_variable;
+std::thread *g_thread = nullptr;
 bool g_running = false;
-std::vector<Event> g_queue;
+bool g_in_loop = false;
+bool g_exit_hook = false;
+std::vector<Event> &g_queue = *new std::vector<Event>;
 unsigned long g_seq = 0;
 
 BtCallbacks *g_callbacks = nullptr;
@@ -91,6 +99,7 @@ void post(int ms, std::function<void()> run) {
 
 void event_loop() {
     std::unique_lock<std::mutex> lock(g_lock);
+    g_in_loop = true;
     while (g_running) {
         if (g_queue.empty()) {
             g_wake.wait(lock);
@@ -109,6 +118,23 @@ void event_loop() {
         run();
         lock.lock();
     }
+    g_in_loop = false;
+    g_stopped.notify_all();
+}
+
+// At exit, before the console's own objects are destroyed: no callback may
+// come into a console that is going away. A callback under way gets a second
+// to return; the thread itself is never joined here.
+void stop_at_exit() {
+    std::unique_lock<std::mutex> lock(g_lock);
+    if (!g_thread) return;
+    g_running = false;
+    g_wake.notify_all();
+    if (std::this_thread::get_id() != g_thread->get_id())
+        g_stopped.wait_for(lock, std::chrono::seconds(1), [] { return !g_in_loop; });
+    g_thread->detach();
+    delete g_thread;
+    g_thread = nullptr;
 }
 
 bool parse_address(const std::string &text, uint8_t out[6]) {
@@ -265,6 +291,7 @@ int stack_init(BtCallbacks *callbacks) {
     g_running = true;
     g_queue.clear();
     g_thread = new std::thread(event_loop);
+    if (!g_exit_hook) g_exit_hook = std::atexit(stop_at_exit) == 0;
     save_state();
     return kBtSuccess;
 }

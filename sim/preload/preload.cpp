@@ -353,7 +353,10 @@ int system(const char *cmdline) {
                 line += *p;
         }
         sim::append_line("log/calls", line);
-        if (sim::fault("shell")) return -1;
+        if (sim::fault("shell")) {
+            errno = EAGAIN;    // as when fork() fails: no process to spare
+            return -1;
+        }
     }
     using Fn = int (*)(const char *);
     static Fn real = next<Fn>("system");

@@ -1,6 +1,7 @@
 """The console over a pipe: start-up, the loop's rules, help pages, end of input."""
 import os
 import subprocess
+import time
 
 import pytest
 
@@ -106,3 +107,60 @@ def test_phone_scripts_never_read_the_station_lines(phone):
     assert (out, rc) == (startup() + transcript(
         ("warn a", "read: []\n"), ("program write hwver 7", "PASS\n"), ("warn a", "read: []\n"),
         ("program read hwver", 'HW_VER = "7"\n'), eof=True), 0)
+
+
+def _read_until(proc, marker, deadline):
+    seen = ""
+    while marker not in seen:
+        assert time.monotonic() < deadline, f"no {marker!r} in {seen!r}"
+        chunk = os.read(proc.stdout.fileno(), 4096).decode()
+        assert chunk, f"the console ended before {marker!r}: {seen!r}"
+        seen += chunk
+    return seen
+
+
+DEVICE = "00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60\n"
+
+# (state, setup before the run, lines, output that shows the state, action in it, last line)
+QUIT_STATES = [
+    ("a second bt init", (), ["bt init", "bt on", "bt init"], "ft>bt init\nft>", None, QUIT),
+    ("a discovery under way", (("set", "bt-discovery-ms", "30000"),), ["bt init", "bt scan"],
+     "Desk-Phone", "interrupt", QUIT),
+    ("a stack that never calls back", (("fault", "bt-silent"),), ["bt init", "bt on"], "FAIL\n", None,
+     QUIT),
+    ("a tone playing", (), ["tone 1"], "ft>tone 1\n", None, QUIT),
+    ("an audio loop", (), ["loop 1 0 1"], "ft>loop 1 0 1\n", None, QUIT),
+    ("a reader thread blocked", (), [], "ft>", "unplug keypad", QUIT),
+    ("Wi-Fi running", (), ["wifi start"], "WiFi started.\n", None, "ft: WiFi stopped.\n"),
+]
+
+
+@pytest.mark.parametrize("state, setup, lines, shows, action, last", QUIT_STATES,
+                         ids=[row[0] for row in QUIT_STATES])
+def test_quit_ends_the_console_in_every_state(phone, tmp_path, state, setup, lines, shows, action, last):
+    devices = tmp_path / "devices"
+    devices.write_text(DEVICE)
+    phone.bt("devices", str(devices))
+    for verb, *args in setup:
+        getattr(phone, verb)(*args)
+    proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path], stdin=subprocess.PIPE,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    try:
+        proc.stdin.write("".join(line + "\n" for line in lines).encode())
+        proc.stdin.flush()
+        out = _read_until(proc, shows, time.monotonic() + 30)
+        if action:
+            verb, *args = action.split()
+            getattr(phone, verb)(*args)
+        proc.stdin.write(b"quit\n")
+        proc.stdin.close()
+        proc.stdin = None
+        # Every state must let the process end, and soon.
+        rest, err = proc.communicate(timeout=15)
+    finally:
+        if proc.poll() is None:
+            proc.kill()
+            proc.wait()
+    out += rest.decode()
+    # (A reader's line may come between the prompt and the echo.)
+    assert (out.endswith("quit\n" + last), proc.returncode) == (True, 0), (out, err)

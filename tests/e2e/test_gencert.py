@@ -119,13 +119,13 @@ RUNS = [
      MKDIRS[:1], None),
     ("no shell, issued", True, lambda p: p.fault("shell"),
      misc("Unable to set the Current time")
-     + misc("Unable to remove/reserved/cp/certs/factorySeed: errno : 2")
-     + misc("Unable to remove/reserved/cp/certs/factorycert.p12: errno : 2"),
+     + misc("Unable to remove/reserved/cp/certs/factorySeed: errno : 11")
+     + misc("Unable to remove/reserved/cp/certs/factorycert.p12: errno : 11"),
      DATE + IDENTITY, BOTH),
     ("shell lost after the key pair", False, shell_after_key_pair,
      misc("Unable to generate self signed certificate")
-     + misc("Unable to remove/reserved/cp/certs/factory.key: errno : 2")
-     + misc("Unable to remove/reserved/cp/certs/factorySeed: errno : 2"),
+     + misc("Unable to remove/reserved/cp/certs/factory.key: errno : 11")
+     + misc("Unable to remove/reserved/cp/certs/factorySeed: errno : 11"),
      MKDIRS + SEED + OPENSSL[:2] + SCRATCH[:1] + IDENTITY[:1],
      ["0600 factory.key", "0600 factorySeed"]),
     ("openssl fails", True, lambda p: p.fault("tool", "openssl"), misc("Unable to generate PKCS12"),

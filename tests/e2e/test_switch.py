@@ -233,3 +233,8 @@ def test_setport_shows_the_port_before_and_after(phone):
          + "\nEthernet status , After:\n" + status("1000Mb/s", "Full", "on") + "PASS\n"),
         ("setport 0 100", "FAIL : port not valid !!!\n"), eof=True)
     assert "ifconfig eth0 down;ethtool -s eth0 autoneg on;ifconfig eth0 up\n" in phone.calls()
+    # No shell: the failure shows the errno of a failed fork, the same on every run.
+    phone.fault("shell")
+    out, _ = phone.run("setport 1 10")
+    assert out == startup() + transcript(
+        ("setport 1 10", "\nEthernet status , Before:\nFAIL: Resource temporarily unavailable \n"), eof=True)
