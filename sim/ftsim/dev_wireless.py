@@ -224,6 +224,39 @@ add_fault("mbtchar0-missing", "loading mbt8xxx makes no /dev/mbtchar0")
 add_fault("modules-unreadable", "opening /proc/modules fails (EACCES)")
 add_fault("cap-wifi-error", "Cap_WiFi fails (-1)")
 add_fault("cap-bt-error", "Cap_Bluetooth fails (-1)")
+BT_CALLS = ("interface", "init", "set_os_callouts", "enable", "disable", "get_adapter_property",
+            "start_discovery", "cancel_discovery")
+BT_PROPS = ("bad-status", "no-address", "unsolicited")
+
+
+def bt_call(arg):
+    call, at, n = arg.partition("@")
+    if call not in BT_CALLS:
+        raise UsageError(f"no Bluetooth stack call {call!r} (one of: {', '.join(BT_CALLS)})")
+    if at and not (n.isdigit() and int(n) > 0):
+        raise UsageError(f"@N counts calls from 1: {arg!r}")
+    return call + (f"@{int(n)}" if at else "")
+
+
+def bt_props(arg):
+    if arg not in BT_PROPS:
+        raise UsageError(f"no adapter property fault {arg!r} (one of: {', '.join(BT_PROPS)})")
+    return arg
+
+
+def bt_late(arg):
+    return str(_int(arg, "delay", 1, 600000))
+
+
+bt_call.metavar = "NAME[@N]"
+bt_props.metavar = "|".join(BT_PROPS)
+bt_late.metavar = "MS"
+add_fault("bt-call", "that Bluetooth stack call fails (interface: the device has none); with @N only "
+          "its Nth call of the run", bt_call)
+add_fault("bt-props", "the adapter's address comes with a failed status, without the address, or "
+          "also unasked as the adapter turns on", bt_props)
+add_fault("bt-device-no-address", "devices found by a discovery come without their address")
+add_fault("bt-late", "every Bluetooth stack callback comes MS milliseconds later", bt_late)
 add_fault("bt-silent", "the Bluetooth stack never calls back")
 add_fault("bt-hal-missing", "the phone has no Bluetooth hardware module")
 add_fault("bt-enable-error", "the Bluetooth stack's enable fails")
