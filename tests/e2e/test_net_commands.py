@@ -94,7 +94,10 @@ def test_files_cross_byte_for_byte(phone):
              ("get station station /data/x fw.bin 10.8.0.2",
               failed("ftpget -u station -p station 10.8.0.2 /data/x fw.bin")),
              ("get line7 s3cret /data/x missing.bin 10.8.0.2",
-              failed("ftpget -u line7 -p s3cret 10.8.0.2 /data/x missing.bin"))]
+              failed("ftpget -u line7 -p s3cret 10.8.0.2 /data/x missing.bin")),
+             # The run's fourth ftpget fails on its own.
+             ("get line7 s3cret /data/x fw.bin 10.8.0.2", failed("ftpget -u line7 -p s3cret 10.8.0.2 /data/x fw.bin"))]
+    phone.fault("tool", "ftpget@4")
     out, _ = phone.run(*[line for line, _ in steps])
     assert out == startup() + transcript(*steps, eof=True)
     assert read(os.path.join(phone.path, "data", "fw.bin")) == data
