@@ -2,10 +2,14 @@
 // opens: cache-unreadable refuses a read open of a file under /cache (EIO);
 // cache-changed changes the first byte of such a file as it is opened for
 // reading, as a worn flash page does; scsi-hosts-unreadable refuses opening
-// /sys/class/scsi_host (EACCES). cache-undeletable is special_file.cpp's.
+// /sys/class/scsi_host (EACCES). On the USB test's mount point /data/usb_test:
+// usb-opendir refuses opening the folder (EIO), usb-create refuses making a file
+// in it (EROFS, as a stick whose write-protect switch is on). cache-undeletable
+// is special_file.cpp's; usb-seek is usb_storage.cpp's.
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <string>
 #include <unistd.h>
 
 #include "sim/common/phone.h"
@@ -14,6 +18,18 @@
 namespace {
 
 constexpr char kCache[] = "/cache/";
+constexpr char kUsbMountPoint[] = "/data/usb_test";
+
+// `path` (relative to the working folder or not) names a file in the mount point.
+bool in_usb_mount_point(const char *path) {
+    std::string full = path;
+    if (path[0] != '/') {
+        char cwd[4096];
+        if (!::getcwd(cwd, sizeof cwd)) return false;
+        full = std::string(cwd) + "/" + path;
+    }
+    return full.compare(0, sizeof kUsbMountPoint, std::string(kUsbMountPoint) + "/") == 0;
+}
 
 bool under_cache(const char *path) { return path && std::strncmp(path, kCache, sizeof kCache - 1) == 0; }
 
@@ -35,8 +51,14 @@ void change_first_byte(const char *path) {
 }  // namespace
 
 bool preload::storage_open_allowed(const char *path, const char *mode) {
-    if (!console_active() || !under_cache(path) || !mode || mode[0] != 'r') return true;
+    if (!console_active() || !path || !mode) return true;
     int saved = errno;
+    if (mode[0] == 'w' && sim::fault("usb-create") && in_usb_mount_point(path)) {
+        errno = EROFS;
+        return false;
+    }
+    errno = saved;
+    if (!under_cache(path) || mode[0] != 'r') return true;
     if (sim::fault("cache-unreadable")) {
         errno = EIO;
         return false;
@@ -47,10 +69,14 @@ bool preload::storage_open_allowed(const char *path, const char *mode) {
 }
 
 bool preload::folder_open_allowed(const char *path) {
-    if (!console_active() || !path || std::strcmp(path, "/sys/class/scsi_host") != 0) return true;
+    if (!console_active() || !path) return true;
     int saved = errno;
-    if (sim::fault("scsi-hosts-unreadable")) {
+    if (std::strcmp(path, "/sys/class/scsi_host") == 0 && sim::fault("scsi-hosts-unreadable")) {
         errno = EACCES;
+        return false;
+    }
+    if (std::strcmp(path, kUsbMountPoint) == 0 && sim::fault("usb-opendir")) {
+        errno = EIO;
         return false;
     }
     errno = saved;

@@ -8,7 +8,8 @@
 // Faults on files of a mounted stick: usb-io makes each fwrite fail with EIO;
 // usb-corrupt makes one fread (the first of the run) come back changed. A stick
 // pulled out while mounted fails every fread and fwrite with EIO, as a phone's
-// vfat does once its device is gone; the unmount still works.
+// vfat does once its device is gone; the unmount still works. usb-seek makes
+// every fseek on a file of a mounted stick fail with EIO.
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -179,6 +180,19 @@ size_t fwrite(const void *data, size_t size, size_t n, FILE *f) {
         }
     }
     return real(data, size, n, f);
+}
+
+int fseek(FILE *f, long offset, int whence) {
+    using Fn = int (*)(FILE *, long, int);
+    static Fn real = preload::next<Fn>("fseek");
+    {
+        SavedErrno saved;
+        if (g_count.load() != 0 && sim::fault("usb-seek") && stick_of(f)) {
+            saved.value = EIO;
+            return -1;
+        }
+    }
+    return real(f, offset, whence);
 }
 
 size_t fread(void *data, size_t size, size_t n, FILE *f) {

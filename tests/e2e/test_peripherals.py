@@ -131,11 +131,14 @@ def test_usbrw_ends_on_errors_and_releases_the_stick(phone):
     assert mount_log(phone) == [mount_call(c, "ENODEV") for c in "abcdefghijklmno"]
     assert not os.path.exists(os.path.join(phone.path, *MOUNT_POINT))
     phone.usb("plug", "Cruzer Blade", "b")
-    for fault, message in (("usb-io", "Error: Input/output error"),
-                           ("usb-corrupt", "FAIL. Read block does not match written block")):
+    for fault, out in (("usb-io", RUNNING + "Error: Input/output error"),
+                       ("usb-corrupt", RUNNING + "FAIL. Read block does not match written block"),
+                       ("usb-seek", RUNNING + "Error:  Input/output error"),
+                       ("usb-opendir", "FAIL to open dir /data/usb_test.\n"),
+                       ("usb-create", "FAIL to open file usbrw_test_file\n")):
         open(os.path.join(phone.path, "log", "mounts"), "w").close()
         phone.fault(fault)
-        run(phone, ("usbrw", RUNNING + message))
+        run(phone, ("usbrw", out))
         phone.fault("clear")
         assert mount_log(phone) == [mount_call("a", "ENODEV"), mount_call("b", "0"), UMOUNT]
         assert_released(phone, "b")
