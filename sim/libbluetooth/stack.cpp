@@ -217,13 +217,16 @@ void report_discovery(bool started) {
 }
 
 void stop_discovery_now(unsigned which) {
+    BtOsCallouts *callouts;
     {
         std::lock_guard<std::mutex> lock(g_lock);
         if (!g_discovering || which != g_discovery) return;
         g_discovering = false;
         ++g_discovery;
+        callouts = g_callouts;
         save_state();
     }
+    if (callouts && callouts->release_wake_lock) callouts->release_wake_lock("bt_discovery");
     report_discovery(false);
 }
 
@@ -267,6 +270,8 @@ void begin_discovery() {
         which = ++g_discovery;
         save_state();
     }
+    // The stack holds a wake lock while it discovers, as Android's does.
+    if (callouts && callouts->acquire_wake_lock) callouts->acquire_wake_lock("bt_discovery");
     report_discovery(true);
 
     int length = discovery_ms();

@@ -106,6 +106,7 @@ L2 = [
      f"\nspread frequency (SSC) for Ethernet Switch : {ENUM} \nPASS\n"),
     ("l2setSSC 1", "Setting SSC to (L2SW_SSC_ENABLED)\nPASS\n",
      "L2Switch_SetSSC", "Setting SSC to (L2SW_SSC_ENABLED)\n" + err("rltkFTl2setSSC()", "EIO"), None),
+    ("ethled on", "PASS\n", "L2SW_EthernetLedTest", "FAIL\n", None),
 ]
 # What the out-of-range rows read: console port 1 is switch port 2, port 0 is port 1.
 OUT_OF_RANGE = {"port2.mdix": "7", "port2.link_status": "9", "port2.link_mode": "12",
@@ -225,13 +226,13 @@ def test_each_run_is_a_boot(phone):
 
 
 def test_setport_shows_the_port_before_and_after(phone):
-    out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100")
+    out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100", "ethled blink")
     assert out == startup() + transcript(
         ("setport 1 10", "\nEthernet status , Before:\n" + status("1000Mb/s", "Full", "on")
          + "\nEthernet status , After:\n" + status("10Mb/s", "Full", "off") + "PASS\n"),
         ("setport 1 0", "\nEthernet status , Before:\n" + status("10Mb/s", "Full", "off")
          + "\nEthernet status , After:\n" + status("1000Mb/s", "Full", "on") + "PASS\n"),
-        ("setport 0 100", "FAIL : port not valid !!!\n"), eof=True)
+        ("setport 0 100", "FAIL : port not valid !!!\n"), ("ethled blink", "FAIL\n"), eof=True)
     assert "ifconfig eth0 down;ethtool -s eth0 autoneg on;ifconfig eth0 up\n" in phone.calls()
     # No shell: the failure shows the errno of a failed fork, the same on every run.
     phone.fault("shell")

@@ -80,10 +80,14 @@ def test_wifi_half_loaded_then_a_boot(phone):
                                    ("wifi start", "ft: WiFi started.\n")) + "ft>ft: WiFi stopped.\n")
 
 
+# Devices 1 to 3 of devices(): their type as listed, and as the table prints it.
+TYPES = {1: ("BLE", "BLE   "), 2: ("DUAL", "DUAL  "), 3: ("9", "Unknown ")}
+
+
 def devices(n):
     """n devices: the first named, with class and type; the rest bare."""
     rows = ["00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60"]
-    rows += [f"AA:00:00:00:00:{i:02X} - 0 0 -70" for i in range(1, n)]
+    rows += [f"AA:00:00:00:00:{i:02X} - 0 {TYPES.get(i, ('0',))[0]} -70" for i in range(1, n)]
     return "".join(r + "\n" for r in rows)
 
 
@@ -95,7 +99,8 @@ def test_bluetooth_session(phone, tmp_path):
              "bt on", "bt scan"]
     out, rc = phone.run(*lines)
     rows = ["Unknown              00:11:22:33:44:55 BREDR -60\n"]
-    rows += [f"Unknown              AA:00:00:00:00:{i:02X} -70\n" for i in range(1, 20)]
+    rows += [f"Unknown              AA:00:00:00:00:{i:02X} {TYPES.get(i, ('', ''))[1]}-70\n"
+             for i in range(1, 20)]
     # The table is full: the 21st device, and the class and name that arrive
     # after it filled, are not printed.
     assert (out, rc) == (startup() + transcript(
@@ -120,6 +125,7 @@ INIT = ("bt init", "BT interface initialized\n")
 NO_DRIVER = "ERROR: failed to load BT driver!\n"
 NO_LIST = "Could not open /proc/modules: Permission denied"
 ON = ("bt on", "BT state changed: ON\n")
+STOP_FAIL = "ft: Err stopping WiFi service errno = 11\nFAIL\nft : Err: failed to stop WiFi service, retry.\n"
 NO_BUFFER = "BT adapter_properties_callback: bt_addr_buf == NULL!\n"
 # (ftsim verbs that break the radios, the lines and their replies, what shut-down prints).
 RADIO_FAULTS = [
@@ -149,6 +155,15 @@ RADIO_FAULTS = [
      [("bt init", NO_DRIVER), ("wifi mac_get", "ft : WiFi service already running.\n"
                                                "FAIL\nft: Err getting WiFi MAC address \n")],
      "ft: WiFi stopped.\n"),
+    ([("fault", "module-missing", "mbt8xxx")], [("bt init", "insmod(): failed to load file\n" + NO_DRIVER)], QUIT),
+    # No shell: Wi-Fi's steps after the driver loaded fail with a failed fork's errno.
+    ([("fault", "shell")],
+     [("wifi start", "ft: Err starting WiFi service errno = 11\n" + START_FAIL.split("\n", 1)[1]),
+      ("wifi mac_get", "ft : WiFi service already running.\nft : MAC Address\n"
+                       "FAIL\nft: Err getting WiFi MAC address \n"),
+      ("wifi scan", "ft : WiFi service already running.\nft: Initiating wifi scan... \n"
+                    "FAIL\nft: Err scanning WiFi APs\n"),
+      ("wifi stop", STOP_FAIL)], STOP_FAIL),
     ([("fault", "cap-wifi-error"), ("fault", "cap-bt-error")], [("wifi cap", "FAIL\n"), ("bt cap", "FAIL\n")],
      QUIT),
 ]
