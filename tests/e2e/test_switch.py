@@ -226,13 +226,15 @@ def test_each_run_is_a_boot(phone):
 
 
 def test_setport_shows_the_port_before_and_after(phone):
-    out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100", "ethled blink")
+    out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100", "setport x 10", "setport 1 7",
+                       "ethled blink")
     assert out == startup() + transcript(
         ("setport 1 10", "\nEthernet status , Before:\n" + status("1000Mb/s", "Full", "on")
          + "\nEthernet status , After:\n" + status("10Mb/s", "Full", "off") + "PASS\n"),
         ("setport 1 0", "\nEthernet status , Before:\n" + status("10Mb/s", "Full", "off")
          + "\nEthernet status , After:\n" + status("1000Mb/s", "Full", "on") + "PASS\n"),
-        ("setport 0 100", "FAIL : port not valid !!!\n"), ("ethled blink", "FAIL\n"), eof=True)
+        ("setport 0 100", "FAIL : port not valid !!!\n"), ("setport x 10", "FAIL : port not valid !!\n"),
+        ("setport 1 7", "FAIL : mode not valid\n"), ("ethled blink", "FAIL\n"), eof=True)
     assert "ifconfig eth0 down;ethtool -s eth0 autoneg on;ifconfig eth0 up\n" in phone.calls()
     # No shell: the failure shows the errno of a failed fork, the same on every run.
     phone.fault("shell")

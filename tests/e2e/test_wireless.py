@@ -131,7 +131,8 @@ NO_BUFFER = "BT adapter_properties_callback: bt_addr_buf == NULL!\n"
 RADIO_FAULTS = [
     ([("fault", "bt-hal-missing")], [("bt init", "ERROR: failed to load BT HAL library!\n")], QUIT),
     ([("fault", "bt-enable-error")], [INIT, ("bt on", "FAIL\n")], QUIT),
-    ([("fault", "bt-call", "interface")], [("bt init", "btTestInit: bt_if is NULL\n")], QUIT),
+    ([("fault", "bt-call", "interface")],
+     [("bt init", "btTestInit: bt_if is NULL\n"), ("bt off", "BT not initialized!\nFAIL\n")], QUIT),
     ([("fault", "bt-call", "init")], [("bt init", "")], QUIT),
     ([("fault", "bt-call", "set_os_callouts")], [INIT, ("bt on", "BT not initialized!\nFAIL\n")], QUIT),
     ([("fault", "bt-call", "disable@1")], [INIT, ON, ("bt off", "FAIL\n")], "BT state changed: OFF\n" + QUIT),
