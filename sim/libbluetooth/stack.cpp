@@ -129,7 +129,10 @@ void event_loop() {
         for (auto it = g_queue.begin(); it != g_queue.end(); ++it)
             if (it->when < next->when || (it->when == next->when && it->seq < next->seq)) next = it;
         if (Clock::now() < next->when) {
-            g_wake.wait_until(lock, next->when);
+            // A copy: wait_until reads its deadline again after waking, and a
+            // post made meanwhile may have moved the queue.
+            Clock::time_point when = next->when;
+            g_wake.wait_until(lock, when);
             continue;
         }
         std::function<void()> run = std::move(next->run);
