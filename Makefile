@@ -6,7 +6,7 @@ MAKEFLAGS += --no-print-directory
 
 FUZZ_SECONDS ?= 300
 
-.PHONY: all deps host asan arm fuzz-build fuzz run station test test-host test-asan test-arm bench clean
+.PHONY: all deps host asan arm fuzz-build fuzz coverage run station test test-host test-asan test-arm bench clean
 
 all: host asan arm fuzz-build
 
@@ -37,6 +37,12 @@ fuzz-build: deps
 
 fuzz: fuzz-build
 	@tools/fuzz build/fuzz $(FUZZ_SECONDS)
+
+# gcc's coverage of the console's code by the end-to-end and unit suites (not part of make test).
+coverage: deps
+	@cmake -S . -B build/coverage-build -DCMAKE_BUILD_TYPE=Debug -DFT_BUILD_NAME=host -DFT_COVERAGE=ON >/dev/null
+	@cmake --build build/coverage-build -j$(JOBS)
+	@tools/coverage build/coverage-build
 
 run: host
 	@./ftsim new $(PHONE) --force

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr unsigned kBlockSize = 67108864;   // 64 MiB under test
-constexpr unsigned kGuardSize = 4194304;    // 4 MiB taken after it, never written
 
 struct Free {
     void operator()(void *p) const { std::free(p); }
@@ -25,7 +23,7 @@ int fail() {
 
 int sdramMarch(volatile unsigned char *block, unsigned char expected, unsigned char value) {
     VolatileBytes mem{block};
-    return march_pass(mem, kBlockSize, expected, value);
+    return march_pass(mem, kMemoryBlocks.test, expected, value);
 }
 
 int sdramTestWith(const char *word, BlockAllocator alloc) {
@@ -38,23 +36,25 @@ int sdramTestWith(const char *word, BlockAllocator alloc) {
         std::puts("FAIL. Type should be 0 or 1");
         return -1;
     }
+    const unsigned block_size = kMemoryBlocks.test;
+    const unsigned guard_size = kMemoryBlocks.guard;   // taken after the block, never written
     std::printf("Test in progress... for mem block=%u Bytes and %u Bytes. Please wait...\n",
-                kBlockSize, kGuardSize);
-    Block block(static_cast<uint8_t *>(alloc(kBlockSize, 1)));
+                block_size, guard_size);
+    Block block(static_cast<uint8_t *>(alloc(block_size, 1)));
     if (!block) {
-        std::printf("FAIL to allocate %u Bytes of memory block\n", kBlockSize);
+        std::printf("FAIL to allocate %u Bytes of memory block\n", block_size);
         return -1;
     }
-    Block guard(static_cast<uint8_t *>(alloc(kGuardSize, 1)));
+    Block guard(static_cast<uint8_t *>(alloc(guard_size, 1)));
     if (!guard) {
-        std::printf("FAIL to allocate  %u Bytes of memory block\n", kGuardSize);
+        std::printf("FAIL to allocate  %u Bytes of memory block\n", guard_size);
         return -1;
     }
     VolatileBytes mem{block.get()};
-    if (read_zero_pass(mem, kBlockSize) != 0) return fail();
+    if (read_zero_pass(mem, block_size) != 0) return fail();
     if (type == 1) {
         VolatileBytes guard_mem{guard.get()};
-        if (long_march(mem, kBlockSize, guard_mem, kGuardSize) != 0) return fail();
+        if (long_march(mem, block_size, guard_mem, guard_size) != 0) return fail();
     }
     std::puts("PASS");
     return 0;

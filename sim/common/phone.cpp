@@ -3,6 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <map>
+#include <mutex>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -42,6 +46,37 @@ std::string phone_path(const std::string &rel) { return std::string(phone_dir())
 bool fault(const std::string &name) {
     struct stat st;
     return ::stat(phone_path("faults/" + name).c_str(), &st) == 0;
+}
+
+int call_fault(const std::string &name) {
+    static std::mutex lock;
+    static std::map<std::string, long> calls;
+    long nth;
+    {
+        std::lock_guard<std::mutex> hold(lock);
+        nth = ++calls[name];
+    }
+    DIR *d = ::opendir(phone_path("faults").c_str());
+    if (!d) return 0;
+    int e = 0;
+    while (dirent *ent = ::readdir(d)) {
+        const char *rest = ent->d_name;
+        if (std::strncmp(rest, name.c_str(), name.size()) != 0) continue;
+        rest += name.size();
+        if (*rest && *rest != ':' && *rest != '@') continue;
+        int number = EIO;
+        if (*rest == ':') {
+            char *end;
+            number = static_cast<int>(std::strtol(rest + 1, &end, 10));
+            if (number <= 0) number = EIO;
+            rest = end;
+        }
+        if (*rest == '@' && std::strtol(rest + 1, nullptr, 10) != nth) continue;
+        e = number;
+        break;
+    }
+    ::closedir(d);
+    return e;
 }
 
 int open_temp_beside(const std::string &path, std::string &tmp) {

@@ -15,6 +15,13 @@ std::string phone_path(const std::string &rel);
 // True while `./ftsim fault PHONE NAME` holds (a file under faults/).
 bool fault(const std::string &name);
 
+// The errno a faulted library call fails with, or 0. `name` is the fault's
+// name for that call ("switch.L2Switch_GetLinkMode"); the fault is the file
+// faults/NAME[:ERRNO][@N] (ERRNO a number, EIO without it). With @N only the
+// Nth call of that name since the process started fails: every call to
+// call_fault counts, faulted or not.
+int call_fault(const std::string &name);
+
 // Replaces `rel` with `data` so that a reader sees the old or the new content,
 // never a mix: temporary file, fsync, rename, fsync of the folder.
 bool write_atomically(const std::string &rel, const char *data, size_t len);

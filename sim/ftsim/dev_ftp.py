@@ -6,6 +6,9 @@
   as long as the station exists: for a run, or from `station up` to `station down`.
 - The login is `station`/`station` until `station PHONE user NAME PASSWORD`
   changes it; a change holds from the next login on, also while a server runs.
+- `station PHONE fault stall|drop|none`: the server accepts a connection and
+  stays silent until its idle timeout, or cuts a download's data connection
+  halfway; from the next connection or download on.
 
 The server starts in the background as the station is made, so a run does not
 wait for it; the phone's ftpget and ftpput wait (a few seconds at most) for the
@@ -27,6 +30,8 @@ from ftsim.registry import DEVICES
 SERVER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "ftp_server.py")
 PORT = "21"
 LOGIN = ("run", "station-login")
+FAULT = ("run", "station-fault")          # beside LOGIN: the server reads it there
+FAULTS = ("stall", "drop", "none")
 READY = ("run", "station-ftp.ready")       # /sim/run/station-ftp.ready in the phone
 LOG = ("log", "station-ftp")
 
@@ -40,6 +45,10 @@ def station_dir(phone):
 
 def set_login(phone, user, password):
     write_atomically(phone.p(*LOGIN), json.dumps({"user": user, "password": password}).encode())
+
+
+def set_fault(phone, fault):
+    write_atomically(phone.p(*FAULT), b"" if fault == "none" else fault.encode())
 
 
 class StationFolder:

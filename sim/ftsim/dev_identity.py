@@ -2,8 +2,9 @@
 faults of single tools and of the reserved partition, and a listing of what a
 run left in a phone folder.
 
-- `fault PHONE tool NAME[:ARG]`: the tool NAME exits 1 and writes nothing; with
-  `:ARG`, only the calls whose first argument is ARG (`openssl:pkcs12`). Tools found
+- `fault PHONE tool NAME[:ARG][@N]`: the tool NAME exits 1 and writes nothing; with
+  `:ARG`, only the calls whose first argument is ARG (`openssl:pkcs12`); with `@N`
+  only the Nth of those calls since the run started (system/etc/tool-fault.sh). Tools found
   on the PATH get a wrapper in the phone's /system/bin (first on the PATH) as a
   run starts; the wrapper stays and passes every call on once the fault is
   cleared. Phone stubs called by their full path answer the fault themselves.
@@ -14,6 +15,7 @@ run left in a phone folder.
 """
 import os
 import re
+import shutil
 import stat
 
 from ftsim.phone import Phone, write_atomically
@@ -22,11 +24,12 @@ from ftsim.registry import FAULTS, HELP, RUN_HOOKS, UsageError, phone_arg, regis
 WRAPPER_MARK = "# ftsim tool-fault wrapper"
 WRAPPER = f"""#!/bin/sh
 {WRAPPER_MARK}: while /sim/faults/tool.NAME (or tool.NAME:ARG, for calls
-# whose first argument is ARG) exists this tool fails and writes nothing;
-# otherwise the call goes on to the tool further down the PATH.
+# whose first argument is ARG; with @N only the Nth such call) exists this tool
+# fails and writes nothing; otherwise the call goes on to the tool further down
+# the PATH.
 name=${{0##*/}}
-[ -e "/sim/faults/tool.$name" ] && exit 1
-case $1 in */*) ;; ?*) [ -e "/sim/faults/tool.$name:$1" ] && exit 1 ;; esac
+. /system/etc/tool-fault.sh
+tool_faulted "$name" "$1" && exit 1
 IFS=:
 for dir in $PATH; do
     [ "$dir" = /system/bin ] && continue
@@ -35,7 +38,7 @@ done
 echo "$name: not found" >&2
 exit 127
 """
-TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*(?::[A-Za-z0-9_+-][A-Za-z0-9._+-]*)?")
+TOOL_NAME = re.compile(r"[A-Za-z0-9_+-][A-Za-z0-9._+-]*(?::[A-Za-z0-9_+-][A-Za-z0-9._+-]*)?(?:@[1-9][0-9]*)?")
 
 
 def tool_name(name):
@@ -44,7 +47,7 @@ def tool_name(name):
     return name
 
 
-tool_name.metavar = "NAME[:ARG]"
+tool_name.metavar = "NAME[:ARG][@N]"
 
 
 def _is_wrapper(path):
@@ -61,13 +64,14 @@ def _wrap_faulted_tools(phone):
     for fault in os.listdir(phone.p("faults")):
         if not fault.startswith("tool."):
             continue
-        path = phone.p("system", "bin", fault[len("tool."):].split(":")[0])
+        path = phone.p("system", "bin", re.split("[:@]", fault[len("tool."):])[0])
         if os.path.lexists(path) and not _is_wrapper(path):
             continue
         write_atomically(path, WRAPPER.encode(), mode=0o755)
 
 
 def run_hook(phone, build):
+    shutil.rmtree(phone.p("run", "tool-calls"), ignore_errors=True)    # @N counts from the start
     _wrap_faulted_tools(phone)
     if phone.fault("reserved-readonly"):
         return ["--ro-bind", phone.bindable("reserved"), "/reserved"]
@@ -78,7 +82,8 @@ FAULTS["tool"] = tool_name
 FAULTS["reserved-readonly"] = None
 RUN_HOOKS.append(run_hook)
 HELP["fault", "tool"] = ("the tool NAME exits with an error and writes nothing; with :ARG only "
-                         "its calls whose first argument is ARG (openssl:pkcs12)")
+                         "its calls whose first argument is ARG (openssl:pkcs12); with @N only "
+                         "the Nth of them in the run")
 HELP["fault", "reserved-readonly"] = "/reserved is mounted read-only, from the next run on"
 
 

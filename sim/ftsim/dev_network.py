@@ -110,20 +110,30 @@ HELP["setting", "eth0.partner"] = "the best mode the link partner offers"
 
 
 @register_verb("station", "makes the phone's station and keeps it between runs, or removes it; "
-                          "the folder its FTP server serves, and the server's login")
+                          "the folder its FTP server serves, the server's login and faults")
 def setup_station(parser):
     phone_arg(parser)
-    parser.add_argument("state", choices=("up", "down", "dir", "user"), metavar="up|down|dir|user",
+    parser.add_argument("state", choices=("up", "down", "dir", "user", "fault"),
+                        metavar="up|down|dir|user|fault",
                         help="up: make and keep the station; down: remove it whole; dir: print "
-                             "the station folder; user: set the FTP login")
-    parser.add_argument("name", nargs="?", metavar="NAME", help="user only: the FTP user name")
+                             "the station folder; user: set the FTP login; fault: the FTP server "
+                             "stalls after accepting (stall), cuts a download halfway (drop), "
+                             "or works (none)")
+    parser.add_argument("name", nargs="?", metavar="NAME|FAULT",
+                        help="user: the FTP user name; fault: stall, drop or none")
     parser.add_argument("password", nargs="?", metavar="PASSWORD", help="user only: its password")
 
     def run(args):
         given = [w for w in (args.name, args.password) if w is not None]
-        if len(given) != (2 if args.state == "user" else 0):
-            raise Usage("user takes NAME and PASSWORD; up, down and dir take nothing more")
+        if len(given) != {"user": 2, "fault": 1}.get(args.state, 0):
+            raise Usage("user takes NAME and PASSWORD, fault one of stall, drop and none; "
+                        "up, down and dir take nothing more")
         phone = Phone(args.phone).require()
+        if args.state == "fault":
+            if args.name not in dev_ftp.FAULTS:
+                raise Usage(f"no station fault {args.name!r} (one of: stall, drop, none)")
+            dev_ftp.set_fault(phone, args.name)
+            return 0
         if args.state == "dir":
             print(dev_ftp.station_dir(phone))
             return 0

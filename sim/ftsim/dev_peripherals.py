@@ -198,11 +198,13 @@ def alloc_size(word):
 
 
 def run_hook(phone, build):
-    """What holds for the whole run: nothing mounted yet, /cache read-only or not."""
+    """What holds for the whole run: nothing mounted yet, /cache and /data read-only or not."""
     open(phone.p("usb", "mounts"), "w").close()
-    if phone.fault("cache-readonly"):
-        return ["--ro-bind", phone.p("cache"), "/cache"]
-    return []
+    binds = []
+    for folder in ("cache", "data"):
+        if phone.fault(folder + "-readonly"):
+            binds += ["--ro-bind", phone.p(folder), "/" + folder]
+    return binds
 
 
 def env_hook(phone, build, env):
@@ -233,9 +235,18 @@ HELP["setting", "usb.limit"] = "the current limit Usb_GetCurrentLimit reports (0
 add_fault("usb", "every USB port call of the maker library fails")
 add_fault("usb-io", "every write to a file on a mounted stick fails (EIO)")
 add_fault("usb-corrupt", "one read from a mounted stick comes back changed")
+add_fault("usb-opendir", "opening the USB test's mount point /data/usb_test fails (EIO)")
+add_fault("usb-create", "making a file in /data/usb_test fails (EROFS, a write-protected stick)")
+add_fault("usb-seek", "every seek in a file on a mounted stick fails (EIO)")
 add_fault("camera-no-capture", "the camera answers without the capture capability")
 add_fault("camera-query", "VIDIOC_QUERYCAP on /dev/video0 fails (EIO)")
 add_fault("cache-readonly", "/cache is mounted read-only, from the next run on")
+add_fault("cache-unreadable", "opening a file under /cache for reading fails (EIO)")
+add_fault("cache-changed", "a file under /cache opened for reading has its first byte changed")
+add_fault("cache-undeletable", "removing a file under /cache fails (EBUSY)")
+add_fault("data-readonly", "/data is mounted read-only (no USB mount point can be made), "
+          "from the next run on")
+add_fault("scsi-hosts-unreadable", "opening /sys/class/scsi_host fails (EACCES)")
 alloc_size.metavar = "SIZE"
 add_fault("alloc", "the console's allocations of SIZE bytes or more fail, from the next run on",
           alloc_size)

@@ -5,7 +5,8 @@ Ports are keyed by switch id: port1 (PC), port2 (LAN), port1024 (CPU), each with
 link_status, link_mode (configured), actual_mode (negotiated), partner (the best
 link mode the partner offers, 0 for none), gigabit, test_mode, mdix, eee, pvid,
 priority, mac, phy0..phy15 (PHY registers of ports 1 and 2) and cnt.* (counters).
-Switch-wide: green, ssc, rgmii_tx, rgmii_rx, ethled, reg.XXXX (registers),
+Switch-wide: frozen (1: every setting is taken and nothing changes), green, ssc,
+rgmii_tx, rgmii_rx, ethled, reg.XXXX (registers),
 vlan.VID.*, acl.N (ACL rules), fdb.N (the address table).
 
 Each run is a boot: the configuration returns to switch/defaults, while the
@@ -43,7 +44,7 @@ CALLS = ("Net_fd_init", "L2Switch_EarlyInit", "L2Switch_IsSwitchPortSupport1G",
 
 
 def defaults():
-    d = {"green": "0", "ssc": "0", "rgmii_tx": "1", "rgmii_rx": "0", "ethled": "enable",
+    d = {"frozen": "0", "green": "0", "ssc": "0", "rgmii_tx": "1", "rgmii_rx": "0", "ethled": "enable",
          "reg.0000": "0x0000", "reg.1202": "0x88a8", "reg.1300": "0x6367", "reg.1301": "0x0020",
          "reg.091a": "0x0011",
          "vlan.1.members": "1,2,1024", "vlan.1.untagged": "1,2,1024", "vlan.1.fid": "0",
@@ -79,7 +80,8 @@ def negotiate(st, port):
 
 
 def is_fact(key):
-    return key.endswith((".gigabit", ".partner", ".mac")) or key.startswith("reg.") or ".phy" in key
+    return (key.endswith((".gigabit", ".partner", ".mac")) or key.startswith("reg.") or ".phy" in key
+            or key == "frozen")
 
 
 def read_state(phone, name="state"):
@@ -160,23 +162,33 @@ HELP["setting", "switch."] = "one KEY of `ftsim show PHONE switch` (reg.XXXX may
 HELP["device", "switch"] = "the L2 switch: ports by switch id, then switch-wide settings"
 
 
+def nth_call(arg):
+    """Splits "WHAT@N" into ("WHAT", "@N"); ("WHAT", "") without @N."""
+    what, at, n = arg.partition("@")
+    if at and not (n.isdigit() and int(n) > 0):
+        raise UsageError(f"@N counts calls from 1: {arg!r}")
+    return what, at + str(int(n)) if at else ""
+
+
 def fault_call(arg):
+    arg, nth = nth_call(arg)
     call, _, name = arg.partition(":")
     if call not in CALLS:
         raise UsageError(f"no switch call {call!r} (one of: {', '.join(CALLS)})")
     if not name:
-        return call
+        return call + nth
     number = getattr(errno, name, None) if name.isupper() else None
     if not isinstance(number, int):
         raise UsageError(f"not an errno name: {name!r} (for example EBUSY)")
-    return f"{call}:{number}"
+    return f"{call}:{number}{nth}"
 
 
-fault_call.metavar = "CALL[:ERRNO]"
+fault_call.metavar = "CALL[:ERRNO][@N]"
 FAULTS["switch"] = fault_call
 FAULTS["tmp-readonly"] = None
 FAULTS["specialfile-undeletable"] = None
-HELP["fault", "switch"] = "that switch call returns -1 with ERRNO (a name; EIO without)"
+HELP["fault", "switch"] = ("that switch call returns -1 with ERRNO (a name; EIO without);"
+                           " with @N only its Nth call of the run")
 HELP["fault", "tmp-readonly"] = "the phone's /tmp is read-only, from the next run on"
 HELP["fault", "specialfile-undeletable"] = "removing /tmp/specialFTfile.txt fails with EBUSY"
 

@@ -4,12 +4,13 @@ tap in the run's network namespace, the access points iwlist finds. Bluetooth:
 the module mbt8xxx with /dev/mbtchar0, and the Android stack that the simulated
 hardware module runs (sim/libbluetooth), with its devices and discovery time.
 
-Each run is a boot: no module loaded, no wlan0, no /dev/mbtchar0. The console
+Each run is a boot: no module loaded (but those of `set PHONE boot-modules`),
+no wlan0, no /dev/mbtchar0 (but for a boot's mbt8xxx). The console
 makes wlan0 itself through /dev/net/tun, bound into the sandbox, so the tap
 lives and dies with the run's network namespace.
 
 Files: wireless/aps, wireless/bt-devices, wireless/bt-discovery-ms,
-wireless/cap-wifi, wireless/cap-bt; run/modules and run/bt (state);
+wireless/cap-wifi, wireless/cap-bt, wireless/boot-modules; run/modules and run/bt (state);
 log/modules (every module call)."""
 import os
 import re
@@ -104,14 +105,36 @@ class Bluetooth:
 
 
 def boot(phone):
-    """What a boot leaves: an empty module list, no wlan0, no Bluetooth node."""
-    write_atomically(phone.p("run", "modules"), b"")
+    """What a boot leaves: the boot's modules listed (none unless set), no wlan0,
+    /dev/mbtchar0 only for a listed mbt8xxx."""
     for stale in (phone.p("run", "bt"), phone.p("dev", "mbtchar0")):
         try:
             os.remove(stale)
         except FileNotFoundError:
             pass
     shutil.rmtree(phone.p("sys", "class", "net", "wlan0"), ignore_errors=True)
+    names = [n for n in _read(_wireless(phone, "boot-modules")).split(",") if n]
+    lines, address = [], 0xbf000000
+    for name in names:
+        try:
+            size = os.path.getsize(phone.p("system", "lib", "modules", name + ".ko"))
+        except OSError:
+            size = 4096
+        users = "sd8xxx," if name == "mlan" and "sd8xxx" in names else "-"
+        lines.append(f"{name} {size} {int(users != '-')} {users} Live 0x{address:08x}\n")
+        address += (size + 0xfff) & ~0xfff
+    write_atomically(phone.p("run", "modules"), "".join(lines).encode())
+    if "mbt8xxx" in names and not phone.fault("mbtchar0-missing"):
+        open(phone.p("dev", "mbtchar0"), "w").close()
+
+
+def _boot_modules(value):
+    names = [] if value == "none" else value.split(",")
+    for name in names:
+        module_name(name)
+    if len(set(names)) != len(names):
+        raise UsageError("each module once")
+    return ",".join(names)
 
 
 def run_hook(phone, build):
@@ -205,6 +228,43 @@ HELP["device", "bt"] = "the Bluetooth stack: adapter, discovery, wake alarms, de
 add_fault("module-busy", "removing the module NAME (mlan, sd8xxx, mbt8xxx) fails with EAGAIN", module_name)
 add_fault("module-stuck", "removing NAME succeeds but it stays listed, unloading", module_name)
 add_fault("module-missing", "/system/lib/modules/NAME.ko is absent", module_name)
+add_fault("mbtchar0-missing", "loading mbt8xxx makes no /dev/mbtchar0")
+add_fault("modules-unreadable", "opening /proc/modules fails (EACCES)")
+add_fault("cap-wifi-error", "Cap_WiFi fails (-1)")
+add_fault("cap-bt-error", "Cap_Bluetooth fails (-1)")
+BT_CALLS = ("interface", "init", "set_os_callouts", "enable", "disable", "get_adapter_property",
+            "start_discovery", "cancel_discovery")
+BT_PROPS = ("bad-status", "no-address", "unsolicited")
+
+
+def bt_call(arg):
+    call, at, n = arg.partition("@")
+    if call not in BT_CALLS:
+        raise UsageError(f"no Bluetooth stack call {call!r} (one of: {', '.join(BT_CALLS)})")
+    if at and not (n.isdigit() and int(n) > 0):
+        raise UsageError(f"@N counts calls from 1: {arg!r}")
+    return call + (f"@{int(n)}" if at else "")
+
+
+def bt_props(arg):
+    if arg not in BT_PROPS:
+        raise UsageError(f"no adapter property fault {arg!r} (one of: {', '.join(BT_PROPS)})")
+    return arg
+
+
+def bt_late(arg):
+    return str(_int(arg, "delay", 1, 600000))
+
+
+bt_call.metavar = "NAME[@N]"
+bt_props.metavar = "|".join(BT_PROPS)
+bt_late.metavar = "MS"
+add_fault("bt-call", "that Bluetooth stack call fails (interface: the device has none); with @N only "
+          "its Nth call of the run", bt_call)
+add_fault("bt-props", "the adapter's address comes with a failed status, without the address, or "
+          "also unasked as the adapter turns on", bt_props)
+add_fault("bt-device-no-address", "devices found by a discovery come without their address")
+add_fault("bt-late", "every Bluetooth stack callback comes MS milliseconds later", bt_late)
 add_fault("bt-silent", "the Bluetooth stack never calls back")
 add_fault("bt-hal-missing", "the phone has no Bluetooth hardware module")
 add_fault("bt-enable-error", "the Bluetooth stack's enable fails")
@@ -215,6 +275,9 @@ register_verb("bt", "the devices a Bluetooth discovery finds",
                          "one ADDRESS NAME CLASS TYPE RSSI line each"))
 SETTINGS["cap-wifi"] = ("cap-wifi 0|1", _setting("cap-wifi", _flag))
 SETTINGS["cap-bt"] = ("cap-bt 0|1", _setting("cap-bt", _flag))
+SETTINGS["boot-modules"] = ("boot-modules NAME[,NAME...]|none", _setting("boot-modules", _boot_modules))
+HELP["setting", "boot-modules"] = ("the modules listed as a run starts (mlan, sd8xxx, mbt8xxx), in that"
+                                   " order; their wlan0 is not made, /dev/mbtchar0 is")
 SETTINGS["bt-discovery-ms"] = ("bt-discovery-ms N", _setting(
     "bt-discovery-ms", lambda v: str(_int(v, "discovery time", 0, 600000))))
 HELP["setting", "cap-wifi"] = "what Cap_WiFi reports (1: fitted, the default)"

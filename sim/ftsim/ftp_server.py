@@ -4,6 +4,12 @@ effect without a restart).
 
     python3 ftp_server.py ROOT LOGIN_FILE ADDRESS PORT READY_FILE STATION_NETNS
 
+A fault file beside the login file (station-fault: stall or drop), read afresh
+at each connection and each download, rehearses a failing server: `stall`
+accepts a connection and never answers, until its idle timeout (STALL_SECONDS)
+closes it with 421; `drop` sends half of a download, then cuts the data
+connection (426).
+
 It listens at once and writes the ready file, which the phone's FTP tools wait
 for; pyftpdlib itself is loaded only when the first client knocks, so a run that
 never uses FTP does not pay for it. SIGTERM ends it; so does the end of its
@@ -14,6 +20,7 @@ The folder, the login file and the ready file all lie in the phone's folder,
 which the phone can write: none of them is followed through a symbolic link, and
 the server serves from a chroot into the folder it opened at start, so nothing
 the phone puts there can lead the server (root) to the host's files."""
+import errno
 import json
 import os
 import select
@@ -66,13 +73,23 @@ class Station:
 
 
 CHECK_SECONDS = 2
+STALL_SECONDS = 3
+FAULT_FILE = "station-fault"
+
+
+def read_fault(dir_fd):
+    try:
+        with os.fdopen(open_nofollow(FAULT_FILE, os.O_RDONLY, dir_fd)) as f:
+            return f.read(16).strip()
+    except OSError:
+        return ""
 
 
 def serve(sock, root_fd, login_dir_fd, login_name, station):
     import logging
 
     from pyftpdlib.authorizers import AuthenticationFailed, DummyAuthorizer
-    from pyftpdlib.handlers import FTPHandler
+    from pyftpdlib.handlers import FTPHandler, _FileReadWriteError
     from pyftpdlib.servers import FTPServer
 
     class StationLogin(DummyAuthorizer):
@@ -104,7 +121,40 @@ def serve(sock, root_fd, login_dir_fd, login_name, station):
     # Everything is loaded: from here on the station folder is the whole world.
     os.fchdir(root_fd)
     os.chroot(".")
-    handler = type("StationHandler", (FTPHandler,), {})
+    class CutOff:
+        """A producer: the first half of a file, then the connection is reset."""
+
+        def __init__(self, data):
+            self.data = data
+
+        def more(self):
+            if self.data is None:
+                raise _FileReadWriteError(errno.ECONNRESET, os.strerror(errno.ECONNRESET))
+            data, self.data = self.data, None
+            return data
+
+    class StationHandler(FTPHandler):
+        def handle(self):
+            if read_fault(login_dir_fd) != "stall":
+                return super().handle()
+            if self._idler is not None and not self._idler.cancelled:
+                self._idler.cancel()
+            self._idler = self.ioloop.call_later(STALL_SECONDS, self.handle_timeout,
+                                                 _errback=self.handle_error)
+
+        def ftp_RETR(self, file):
+            if read_fault(login_dir_fd) != "drop":
+                return super().ftp_RETR(file)
+            try:
+                with self.fs.open(file, "rb") as f:
+                    data = f.read()
+            except OSError as e:
+                self.respond(f"550 {e.strerror}.")
+                return None
+            self.push_dtp_data(CutOff(data[:len(data) // 2]), isproducer=True, cmd="RETR")
+            return file
+
+    handler = StationHandler
     handler.authorizer = StationLogin()
     handler.auth_failed_timeout = 0       # a wrong login is answered at once
     handler.banner = "station FTP server ready."

@@ -82,9 +82,24 @@ def _root_links():
     return args
 
 
+# make coverage: the coverage build's folder, bound writable into the sandbox at
+# GCOV_MOUNT, so that the console's counters land beside its objects there.
+GCOV_DIR = "FTSIM_GCOV_DIR"
+GCOV_MOUNT = "/gcov"
+
+
+def gcov_dir():
+    d = os.environ.get(GCOV_DIR)
+    return os.path.abspath(d) if d else None
+
+
 def guest_env(build):
     """What the console's process gets besides the sandbox's own environment."""
     env = {"LD_LIBRARY_PATH": "/system/lib", "LD_PRELOAD": PRELOAD}
+    if gcov_dir():
+        # /gcov + the object's path less the build folder's own components.
+        env["GCOV_PREFIX"] = GCOV_MOUNT
+        env["GCOV_PREFIX_STRIP"] = str(len(gcov_dir().strip("/").split("/")))
     if build == "asan":
         with open(os.path.join(build_dir(build), "out", "asan-runtime")) as f:
             env["LD_PRELOAD"] = f.read().strip() + ":" + PRELOAD
@@ -152,6 +167,8 @@ def command(phone, argv, env, extra=(), guard=None):
         args += ["--bind", phone.bindable(fs), "/" + fs]
     args += extra
     args += ["--bind", phone.path, "/sim"]
+    if gcov_dir():
+        args += ["--bind", gcov_dir(), GCOV_MOUNT]
     args += ["--clearenv",
              "--setenv", "PATH", "/system/bin:/usr/sbin:/usr/bin:/sbin:/bin",
              "--setenv", "HOME", "/data",

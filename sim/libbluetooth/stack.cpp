@@ -8,12 +8,18 @@
 // Phone files: wireless/bt-devices (ADDRESS NAME CLASS TYPE RSSI per line),
 // wireless/bt-discovery-ms, store/BLUETOOTHADD; the state for `ftsim show
 // PHONE bt` goes to run/bt. Faults: bt-silent (no callback ever comes),
-// bt-enable-error (enable fails).
+// bt-enable-error (enable fails), bt-call.NAME[@N] (that interface call fails,
+// or only its Nth call of the run; "interface": no interface at all),
+// bt-props.bad-status|no-address|unsolicited (the adapter's address comes with
+// a failed status, without the address, or also unasked, right before the
+// adapter turns on), bt-device-no-address (found devices come without their
+// address), bt-late.MS (every callback comes MS milliseconds later).
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -85,9 +91,23 @@ void save_state() {
     sim::write_atomically("run/bt", text, static_cast<size_t>(n));
 }
 
+bool call_fails(const char *call) { return sim::call_fault(std::string("bt-call.") + call) != 0; }
+
+// bt-late.MS: how much later every callback comes.
+int late_ms() {
+    DIR *d = ::opendir(sim::phone_path("faults").c_str());
+    if (!d) return 0;
+    int ms = 0;
+    while (dirent *ent = ::readdir(d))
+        if (std::strncmp(ent->d_name, "bt-late.", 8) == 0) ms = std::atoi(ent->d_name + 8);
+    ::closedir(d);
+    return ms;
+}
+
 // Queues `run` on the stack's thread after `ms`. Caller holds g_lock.
 void post_locked(int ms, std::function<void()> run) {
     if (!g_running || sim::fault("bt-silent")) return;
+    ms += late_ms();
     g_queue.push_back({Clock::now() + milliseconds(ms), g_seq++, std::move(run)});
     g_wake.notify_all();
 }
@@ -109,7 +129,10 @@ void event_loop() {
         for (auto it = g_queue.begin(); it != g_queue.end(); ++it)
             if (it->when < next->when || (it->when == next->when && it->seq < next->seq)) next = it;
         if (Clock::now() < next->when) {
-            g_wake.wait_until(lock, next->when);
+            // A copy: wait_until reads its deadline again after waking, and a
+            // post made meanwhile may have moved the queue.
+            Clock::time_point when = next->when;
+            g_wake.wait_until(lock, when);
             continue;
         }
         std::function<void()> run = std::move(next->run);
@@ -197,13 +220,16 @@ void report_discovery(bool started) {
 }
 
 void stop_discovery_now(unsigned which) {
+    BtOsCallouts *callouts;
     {
         std::lock_guard<std::mutex> lock(g_lock);
         if (!g_discovering || which != g_discovery) return;
         g_discovering = false;
         ++g_discovery;
+        callouts = g_callouts;
         save_state();
     }
+    if (callouts && callouts->release_wake_lock) callouts->release_wake_lock("bt_discovery");
     report_discovery(false);
 }
 
@@ -217,7 +243,7 @@ void report_device(const Device &d, int stage, unsigned which) {
     }
     BtProperty props[5];
     int n = 0;
-    props[n++] = {kBtPropAddress, 6, const_cast<uint8_t *>(d.address)};
+    if (!sim::fault("bt-device-no-address")) props[n++] = {kBtPropAddress, 6, const_cast<uint8_t *>(d.address)};
     if (d.type) props[n++] = {kBtPropDeviceType, 4, const_cast<int32_t *>(&d.type)};
     if (d.rssi) props[n++] = {kBtPropRemoteRssi, 1, const_cast<int8_t *>(&d.rssi)};
     if (stage >= 2 && d.class_of_device)
@@ -247,6 +273,8 @@ void begin_discovery() {
         which = ++g_discovery;
         save_state();
     }
+    // The stack holds a wake lock while it discovers, as Android's does.
+    if (callouts && callouts->acquire_wake_lock) callouts->acquire_wake_lock("bt_discovery");
     report_discovery(true);
 
     int length = discovery_ms();
@@ -283,7 +311,21 @@ void begin_discovery() {
 
 // ---- the interface --------------------------------------------------------------
 
+// The adapter's address as the stack reports it, with the bt-props faults.
+void report_address() {
+    uint8_t address[6];
+    std::string stored;
+    if (!sim::read_file("store/BLUETOOTHADD", stored, 64) || !parse_address(stored, address))
+        std::memcpy(address, kDefaultAddress, sizeof address);
+    static const char kName[] = "ft-phone";
+    BtProperty prop = {kBtPropAddress, 6, address};
+    if (sim::fault("bt-props.no-address")) prop = {kBtPropName, sizeof kName - 1, const_cast<char *>(kName)};
+    int status = sim::fault("bt-props.bad-status") ? kBtFail : kBtSuccess;
+    if (g_callbacks && g_callbacks->adapter_properties) g_callbacks->adapter_properties(status, 1, &prop);
+}
+
 int stack_init(BtCallbacks *callbacks) {
+    if (call_fails("init")) return kBtFail;
     std::lock_guard<std::mutex> lock(g_lock);
     if (g_callbacks) return kStatusDone;
     if (!callbacks || callbacks->size != sizeof(BtCallbacks)) return kBtFail;
@@ -297,6 +339,7 @@ int stack_init(BtCallbacks *callbacks) {
 }
 
 int stack_set_os_callouts(BtOsCallouts *callouts) {
+    if (call_fails("set_os_callouts")) return kBtFail;
     std::lock_guard<std::mutex> lock(g_lock);
     if (!callouts || callouts->size != sizeof(BtOsCallouts)) return kBtFail;
     g_callouts = callouts;
@@ -305,13 +348,17 @@ int stack_set_os_callouts(BtOsCallouts *callouts) {
 
 int stack_enable(bool) {
     if (!g_callbacks) return kStatusNotReady;
-    if (sim::fault("bt-enable-error")) return kBtFail;
-    post(kEnableMs, [] { report_adapter(true); });
+    if (sim::fault("bt-enable-error") || call_fails("enable")) return kBtFail;
+    post(kEnableMs, [] {
+        if (sim::fault("bt-props.unsolicited")) report_address();
+        report_adapter(true);
+    });
     return kBtSuccess;
 }
 
 int stack_disable() {
     if (!g_callbacks) return kStatusNotReady;
+    if (call_fails("disable")) return kBtFail;
     post(kDisableMs, [] {
         unsigned which;
         {
@@ -349,15 +396,8 @@ int stack_get_adapter_property(int type) {
     if (!g_callbacks) return kStatusNotReady;
     // The address and name are answered also while the adapter is off.
     if (type != kBtPropAddress) return kStatusNotReady;
-    post(kPropertyMs, [] {
-        uint8_t address[6];
-        std::string stored;
-        if (!sim::read_file("store/BLUETOOTHADD", stored, 64) || !parse_address(stored, address))
-            std::memcpy(address, kDefaultAddress, sizeof address);
-        BtProperty prop = {kBtPropAddress, 6, address};
-        if (g_callbacks && g_callbacks->adapter_properties)
-            g_callbacks->adapter_properties(kBtSuccess, 1, &prop);
-    });
+    if (call_fails("get_adapter_property")) return kBtFail;
+    post(kPropertyMs, report_address);
     return kBtSuccess;
 }
 
@@ -366,6 +406,7 @@ int stack_start_discovery() {
         std::lock_guard<std::mutex> lock(g_lock);
         if (!g_callbacks || !g_adapter_on) return kStatusNotReady;
     }
+    if (call_fails("start_discovery")) return kBtFail;
     post(kDiscoveryStartMs, begin_discovery);
     return kBtSuccess;
 }
@@ -373,6 +414,7 @@ int stack_start_discovery() {
 int stack_cancel_discovery() {
     std::lock_guard<std::mutex> lock(g_lock);
     if (!g_callbacks || !g_discovering) return kStatusNotReady;
+    if (call_fails("cancel_discovery")) return kBtFail;
     unsigned which = g_discovery;
     post_locked(kCancelMs, [which] { stop_discovery_now(which); });
     return kBtSuccess;
@@ -392,7 +434,7 @@ const BtInterface kInterface = [] {
     return bt;
 }();
 
-const BtInterface *get_bluetooth_interface() { return &kInterface; }
+const BtInterface *get_bluetooth_interface() { return call_fails("interface") ? nullptr : &kInterface; }
 
 int close_device(HwDevice *) { return 0; }
 

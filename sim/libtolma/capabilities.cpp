@@ -1,4 +1,5 @@
-// Capability queries: what `ftsim set PHONE cap-wifi|cap-bt 0|1` says (fitted by default).
+// Capability queries: what `ftsim set PHONE cap-wifi|cap-bt 0|1` says (fitted by
+// default); the faults cap-wifi-error and cap-bt-error make the call fail (-1).
 #include <string>
 
 #include "platform/tolma.h"
@@ -7,7 +8,7 @@
 namespace {
 
 int capability(const char *setting, int *present) {
-    if (!present) return -1;
+    if (!present || sim::fault(std::string(setting) + "-error")) return -1;
     std::string value;
     *present = sim::read_file(std::string("wireless/") + setting, value, 8) && !value.empty() &&
                        value[0] == '0'

@@ -4,8 +4,9 @@
 // switch/lock and writes it back when it changes something, so a `ftsim set`
 // made while the console runs counts from the next call on.
 //
-// `ftsim fault PHONE switch CALL[:ERRNO]` is the file faults/switch.CALL or
-// faults/switch.CALL:N (N an errno number): that call fails with it (EIO without).
+// `ftsim fault PHONE switch CALL[:ERRNO][@N]` is the file faults/switch.CALL,
+// with :E (E an errno number) and @N: that call, or only its Nth call of the run,
+// fails with E (EIO without).
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -38,23 +39,7 @@ std::atomic<bool> g_opened{false};
 using State = std::map<std::string, std::string>;
 
 // The errno a faulted call fails with, or 0.
-int injected(const char *call) {
-    std::string name = std::string("switch.") + call;
-    if (sim::fault(name)) return EIO;
-    DIR *d = ::opendir(sim::phone_path("faults").c_str());
-    if (!d) return 0;
-    int e = 0;
-    std::string prefix = name + ":";
-    while (dirent *ent = ::readdir(d)) {
-        if (std::strncmp(ent->d_name, prefix.c_str(), prefix.size()) == 0) {
-            e = std::atoi(ent->d_name + prefix.size());
-            if (e <= 0) e = EIO;
-            break;
-        }
-    }
-    ::closedir(d);
-    return e;
-}
+int injected(const char *call) { return sim::call_fault(std::string("switch.") + call); }
 
 bool load(const char *rel, State &st) {
     return sim::read_key_values(rel, kMaxState, [&](std::string k, std::string v) { st[k] = v; });
@@ -120,6 +105,8 @@ int with_state(bool writes, Fn fn) {
     if (lock) ::flock(lock.get(), LOCK_EX);
     State st;
     if (!load(kState, st)) return fail(ENODEV);
+    // A frozen switch takes every setting and keeps what it had.
+    if (writes && num(st, "frozen") != 0) writes = false;
     int rc = fn(st);
     if (rc < 0) return rc;
     if (writes && !save(st)) return fail(EIO);

@@ -9,7 +9,8 @@
 // starts), log/modules (every call with its parameters and result).
 // Faults: module-busy.NAME (EAGAIN on every removal), module-stuck.NAME (the
 // removal succeeds but the module stays listed, unloading), module-missing.NAME
-// (its .ko is absent).
+// (its .ko is absent), mbtchar0-missing (loading mbt8xxx makes no
+// /dev/mbtchar0), modules-unreadable (opening /proc/modules fails, EACCES).
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -58,8 +59,16 @@ int missing_image(const char *path) {
     return 0;
 }
 
+int unreadable_list(const char *) {
+    if (sim::fault("modules-unreadable")) {
+        errno = EACCES;
+        return -1;
+    }
+    return 0;
+}
+
 const preload::DeviceNode kNodes[] = {
-    {"/proc/modules", kList, 0, nullptr},
+    {"/proc/modules", kList, 0, nullptr, nullptr, unreadable_list},
     {"/dev/mbtchar0", "dev/mbtchar0", 0, nullptr},
     {"/system/lib/modules/", "system/lib/modules/", 0, nullptr, nullptr, missing_image},
 };
@@ -202,7 +211,7 @@ void tap_wlan0(bool make) {
 
 void char_device(bool make) {
     std::string node = sim::phone_path("dev/mbtchar0");
-    if (make)
+    if (make && !sim::fault("mbtchar0-missing"))
         ::close(::open(node.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     else
         ::unlink(node.c_str());

@@ -53,6 +53,13 @@ bool is_console_process();
 // True once the console's emulation is switched on.
 bool console_active();
 
+// Storage faults (storage.cpp): false refuses the console's fopen of `path`
+// with `mode`, or its opendir of `path` (errno set); true when removing `path`
+// is to fail.
+bool storage_open_allowed(const char *path, const char *mode);
+bool folder_open_allowed(const char *path);
+bool cache_undeletable(const char *path);
+
 // The next definition of a wrapped libc symbol.
 template <typename Fn>
 Fn next(const char *name) {

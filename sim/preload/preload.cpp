@@ -227,7 +227,8 @@ OPEN2_WRAPPER(__open64_2)
         std::string stand_in;                                         \
         const DeviceNode *node = nullptr;                             \
         if (!mapped(path, stand_in, &node))                           \
-            return real(path, mode);                                  \
+            return preload::storage_open_allowed(path, mode)          \
+                       ? real(path, mode) : nullptr;                  \
         if (node->open_check && node->open_check(path) != 0)          \
             return nullptr;                                           \
         FILE *f = real(stand_in.c_str(), mode);                       \
@@ -241,6 +242,7 @@ FOPEN_WRAPPER(fopen64)
 DIR *opendir(const char *path) {
     using Fn = DIR *(*)(const char *);
     static Fn real = next<Fn>("opendir");
+    if (!preload::folder_open_allowed(path)) return nullptr;
     std::string stand_in;
     return real(mapped(path, stand_in) ? stand_in.c_str() : path);
 }
@@ -340,6 +342,19 @@ int munmap(void *addr, size_t len) {
     return result;
 }
 
+// A console built for coverage exports gcc's dump: its counters are written
+// before a reboot, which kills it, and counted afresh after (the reboot may fail).
+static void dump_coverage(const char *cmdline) {
+    while (*cmdline == ' ') ++cmdline;
+    if (std::strncmp(cmdline, "reboot", 6) != 0 || (cmdline[6] && cmdline[6] != ' ')) return;
+    auto dump = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, "__gcov_dump"));
+    auto reset = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, "__gcov_reset"));
+    if (dump && reset) {
+        dump();
+        reset();
+    }
+}
+
 // Every command line the console hands to the shell is recorded, one per line.
 int system(const char *cmdline) {
     if (cmdline && g_active) {
@@ -351,6 +366,7 @@ int system(const char *cmdline) {
                 line += *p;
         }
         sim::append_line("log/calls", line);
+        dump_coverage(cmdline);
         if (sim::fault("shell")) {
             errno = EAGAIN;    // as when fork() fails: no process to spare
             return -1;

@@ -1,6 +1,7 @@
 // The switch dumps' marker file, /tmp/specialFTfile.txt: with
 // `ftsim fault PHONE specialfile-undeletable` it cannot be removed (EBUSY), as
-// when the switch driver still holds it.
+// when the switch driver still holds it. With cache-undeletable no file under
+// /cache can be removed (EBUSY).
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -11,8 +12,8 @@
 namespace {
 
 bool undeletable(const char *path) {
-    return path && std::strcmp(path, "/tmp/specialFTfile.txt") == 0 &&
-           sim::fault("specialfile-undeletable");
+    return (path && std::strcmp(path, "/tmp/specialFTfile.txt") == 0 &&
+            sim::fault("specialfile-undeletable")) || preload::cache_undeletable(path);
 }
 
 // EBUSY for the held file, else the C library's own call.

@@ -6,7 +6,10 @@
 // Every call is logged in log/mounts; usb/mounts lists what is mounted now.
 //
 // Faults on files of a mounted stick: usb-io makes each fwrite fail with EIO;
-// usb-corrupt makes one fread (the first of the run) come back changed.
+// usb-corrupt makes one fread (the first of the run) come back changed. A stick
+// pulled out while mounted fails every fread and fwrite with EIO, as a phone's
+// vfat does once its device is gone; the unmount still works. usb-seek makes
+// every fseek on a file of a mounted stick fail with EIO.
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -61,26 +64,34 @@ int find_mount(const char *target) {
     return -1;
 }
 
-// True when `f` is open on a file of a mounted stick.
-bool on_stick(FILE *f) {
-    if (!f) return false;
+// The letter of the mounted stick `f` is open on a file of, or 0.
+char stick_of(FILE *f) {
+    if (!f) return 0;
     char link[64], path[PATH_MAX];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fileno(f));
     ssize_t n = readlink(link, path, sizeof path - 1);
-    if (n <= 0) return false;
+    if (n <= 0) return 0;
     path[n] = '\0';
     for (int i = 0; i < g_count.load(); ++i) {
         const std::string &t = g_mounts[i].target;
-        if (std::strncmp(path, t.c_str(), t.size()) == 0 && path[t.size()] == '/') return true;
+        if (std::strncmp(path, t.c_str(), t.size()) == 0 && path[t.size()] == '/') return g_mounts[i].letter;
     }
-    return false;
+    return 0;
 }
 
-// True when fault `name` holds for `f`, a file of a mounted stick. Every
-// fwrite and fread of the console asks: with no stick mounted that costs
-// nothing, and the fault (one stat) is asked before the file's path.
+// A stick pulled out while mounted: its folder went to unplugged/.
+bool pulled(char letter) {
+    struct stat st;
+    return ::stat(sim::phone_path(std::string("usb/sd") + letter).c_str(), &st) != 0;
+}
+
+// True when fault `name` holds for `f`, a file of a mounted stick, or that
+// stick was pulled out. Every fwrite and fread of the console asks: with no
+// stick mounted that costs nothing.
 bool stick_fault(FILE *f, const char *name) {
-    return g_count.load() != 0 && sim::fault(name) && on_stick(f);
+    if (g_count.load() == 0) return false;
+    char letter = stick_of(f);
+    return letter && ((name && sim::fault(name)) || pulled(letter));
 }
 
 // Keeps the console's errno as it was across our own look-ups.
@@ -93,9 +104,17 @@ struct SavedErrno {
 size_t spoil_once(void *data, size_t size, size_t got, FILE *f) {
     if (!got || !size || g_corrupted.load()) return got;
     SavedErrno saved;
-    if (stick_fault(f, "usb-corrupt") && !g_corrupted.exchange(true))
+    if (g_count.load() != 0 && sim::fault("usb-corrupt") && stick_of(f) && !g_corrupted.exchange(true))
         static_cast<unsigned char *>(data)[0] ^= 0xFF;
     return got;
+}
+
+// fread on a pulled stick: EIO.
+bool read_pulled(FILE *f) {
+    SavedErrno saved;
+    if (!stick_fault(f, nullptr)) return false;
+    saved.value = EIO;
+    return true;
 }
 
 }  // namespace
@@ -163,9 +182,23 @@ size_t fwrite(const void *data, size_t size, size_t n, FILE *f) {
     return real(data, size, n, f);
 }
 
+int fseek(FILE *f, long offset, int whence) {
+    using Fn = int (*)(FILE *, long, int);
+    static Fn real = preload::next<Fn>("fseek");
+    {
+        SavedErrno saved;
+        if (g_count.load() != 0 && sim::fault("usb-seek") && stick_of(f)) {
+            saved.value = EIO;
+            return -1;
+        }
+    }
+    return real(f, offset, whence);
+}
+
 size_t fread(void *data, size_t size, size_t n, FILE *f) {
     using Fn = size_t (*)(void *, size_t, size_t, FILE *);
     static Fn real = preload::next<Fn>("fread");
+    if (read_pulled(f)) return 0;
     return spoil_once(data, size, real(data, size, n, f), f);
 }
 
@@ -173,6 +206,7 @@ size_t fread(void *data, size_t size, size_t n, FILE *f) {
 size_t __fread_chk(void *data, size_t room, size_t size, size_t n, FILE *f) {
     using Fn = size_t (*)(void *, size_t, size_t, size_t, FILE *);
     static Fn real = preload::next<Fn>("__fread_chk");
+    if (read_pulled(f)) return 0;
     return spoil_once(data, size, real(data, room, size, n, f), f);
 }
 

@@ -35,8 +35,9 @@ def test_store_round_trip(phone):
 
 def test_joined_value_over_99_characters_leaves_the_store_alone(phone):
     long_value = 'program write phonesn "' + " ".join(["abcdefghi"] * 10)
-    out, _ = phone.run(long_value)
-    assert out == startup() + transcript((long_value, "FAIL\n"), eof=True)
+    out, _ = phone.run(long_value, "program reset nvdata", "program reset store")
+    assert out == startup() + transcript((long_value, "FAIL\n"), ("program reset nvdata", "Not supporting reset of nvdata\n"),
+                                         ("program reset store", "Invalid target!\n"), eof=True)
     assert phone.values()["SN_UNIT"] == ""
 
 

@@ -34,8 +34,8 @@ def test_verb_list(args):
 
 def test_names_in_help_and_errors(phone):
     for verb, words, listed, valid in (
-            ("fault", ["nosuch"], ["tool NAME[:ARG]", "shell"], "shell"),
-            ("fault", ["tool"], [], "tool takes a NAME[:ARG]"),
+            ("fault", ["nosuch"], ["tool NAME[:ARG][@N]", "shell"], "shell"),
+            ("fault", ["tool"], [], "tool takes a NAME[:ARG][@N]"),
             ("set", ["nosuch", "1"], ["panel WxH", "model corvine|other"], "panel"),
             ("show", ["nosuch"], ["watchdog", "mixer"], "watchdog"),
             ("unplug", ["nosuch"], ["keypad"], "keypad"),

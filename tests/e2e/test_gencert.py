@@ -134,6 +134,9 @@ RUNS = [
      misc("Unable to generate PKCS12"), MKDIRS + SEED + OPENSSL[:3] + SCRATCH + IDENTITY[:1], []),
     ("export fails, issued", True, lambda p: p.fault("tool", "openssl:pkcs12"),
      misc("Unable to generate PKCS12"), DATE + SEED + REISSUE[:4] + SCRATCH + IDENTITY[:1], []),
+    ("thumbprint refused", False, lambda p: p.fault("tool", "openssl:x509"),
+     misc("Invalid format of thumbprint ", "get_formatted_thumb_print")
+     + misc("Unable to get formatted thumbprint"), MKDIRS + SEED + OPENSSL + SCRATCH + IDENTITY, []),
     ("identity unreadable", True, lambda p: p.fault("store-read", "phonecc"),
      BLOCK.split("Product")[0] + misc("Unable to print factory certificate"),
      DATE + SEED + REISSUE + SCRATCH + IDENTITY, []),

@@ -94,7 +94,10 @@ def test_files_cross_byte_for_byte(phone):
              ("get station station /data/x fw.bin 10.8.0.2",
               failed("ftpget -u station -p station 10.8.0.2 /data/x fw.bin")),
              ("get line7 s3cret /data/x missing.bin 10.8.0.2",
-              failed("ftpget -u line7 -p s3cret 10.8.0.2 /data/x missing.bin"))]
+              failed("ftpget -u line7 -p s3cret 10.8.0.2 /data/x missing.bin")),
+             # The run's fourth ftpget fails on its own.
+             ("get line7 s3cret /data/x fw.bin 10.8.0.2", failed("ftpget -u line7 -p s3cret 10.8.0.2 /data/x fw.bin"))]
+    phone.fault("tool", "ftpget@4")
     out, _ = phone.run(*[line for line, _ in steps])
     assert out == startup() + transcript(*steps, eof=True)
     assert read(os.path.join(phone.path, "data", "fw.bin")) == data
@@ -113,6 +116,22 @@ def test_regulatory_label_replaces_the_last_one(phone):
     assert phone.files("/reserved") == "0700 regulatoryLabels/\n"
     # The server went with the run's station.
     assert not [p for p in os.listdir("/proc") if p.isdigit() and server_of(p, phone)]
+
+
+@pytest.mark.parametrize("fault", ["drop", "stall"])
+def test_regulatory_label_from_a_failing_server(phone, fault):
+    line = "tolma regulatory station station x.png 10.8.0.2"
+    data = b"\x89PNG" + bytes(range(256)) * 64
+    station_file(phone, "x.png", data)
+    phone.station("fault", fault)
+    out, _ = phone.run(line)
+    assert out == startup() + transcript(
+        (line, failed("ftpget -u station -p station 10.8.0.2 "
+                      "/reserved/regulatoryLabels/regulatory_info.png x.png")), eof=True)
+    # What a cut-off download leaves behind: the first half of the label.
+    label = os.path.join(phone.path, "reserved", "regulatoryLabels", "regulatory_info.png")
+    assert (read(label) if os.path.exists(label) else None) == \
+        (data[:len(data) // 2] if fault == "drop" else None)
 
 
 def server_of(pid, phone):

@@ -1,10 +1,12 @@
 """Flash and RAM tests, the USB port and sticks, the camera, through ./ftsim."""
 import os
+import time
 
 import pexpect
 import pytest
 
 from conftest import BUILD, FTSIM, QUIT, ftsim, startup, transcript
+from test_network import Console
 
 PROGRESS = "Test in progress... for mem block=67108864 Bytes and 4194304 Bytes. Please wait...\n"
 RUNNING = "USB test in progress... Press Ctrl+C to abort\n"
@@ -39,11 +41,23 @@ def assert_released(phone, letter="a"):
     assert "mount=" not in phone.show("usb")
 
 
-def test_flash_twice_then_read_only(phone):
+# (fault, what flash prints): each on a run of its own.
+FLASH_FAILURES = [
+    ("cache-readonly", "FAIL to open file /cache/test.txt for write operation\n"),
+    ("cache-unreadable", "FAIL to open file /cache/test.txt for read operation\n"),
+    ("cache-changed", "FAIL. The string in /cache/test.txt does not match the string that was written"
+                      " to the file\n"),
+    ("cache-undeletable", "FAIL to remove /cache/test.txt file\n"),
+]
+
+
+def test_flash_twice_then_each_failure(phone):
     run(phone, ("flash", "PASS\n"), ("flash", "PASS\n"))
     assert os.listdir(os.path.join(phone.path, "cache")) == []
-    phone.fault("cache-readonly")
-    run(phone, ("flash", "FAIL to open file /cache/test.txt for write operation\n"))
+    for fault, out in FLASH_FAILURES:
+        phone.fault("clear")
+        phone.fault(fault)
+        run(phone, ("flash", out))
 
 
 def test_sdram_words(phone):
@@ -108,6 +122,8 @@ def test_usblist(phone):
     models = {"host0": "Cruzer Blade\n", "host1": ""}
     hosts = [h for h in os.listdir(os.path.join(phone.path, "sys", "class", "scsi_host"))]
     run(phone, ("usblist", "Attached devices:\n" + "".join(f"{h}:\n{models[h]}" for h in hosts)))
+    phone.fault("scsi-hosts-unreadable")
+    run(phone, ("usblist", "FAIL to open dir /sys/class/scsi_host.\n"))
 
 
 def test_usbrw_ends_on_errors_and_releases_the_stick(phone):
@@ -115,14 +131,39 @@ def test_usbrw_ends_on_errors_and_releases_the_stick(phone):
     assert mount_log(phone) == [mount_call(c, "ENODEV") for c in "abcdefghijklmno"]
     assert not os.path.exists(os.path.join(phone.path, *MOUNT_POINT))
     phone.usb("plug", "Cruzer Blade", "b")
-    for fault, message in (("usb-io", "Error: Input/output error"),
-                           ("usb-corrupt", "FAIL. Read block does not match written block")):
+    for fault, out in (("usb-io", RUNNING + "Error: Input/output error"),
+                       ("usb-corrupt", RUNNING + "FAIL. Read block does not match written block"),
+                       ("usb-seek", RUNNING + "Error:  Input/output error"),
+                       ("usb-opendir", "FAIL to open dir /data/usb_test.\n"),
+                       ("usb-create", "FAIL to open file usbrw_test_file\n")):
         open(os.path.join(phone.path, "log", "mounts"), "w").close()
         phone.fault(fault)
-        run(phone, ("usbrw", RUNNING + message))
+        run(phone, ("usbrw", out))
         phone.fault("clear")
         assert mount_log(phone) == [mount_call("a", "ENODEV"), mount_call("b", "0"), UMOUNT]
         assert_released(phone, "b")
+
+
+def test_usbrw_without_a_mount_point_or_with_the_stick_pulled(phone):
+    phone.usb("plug", "Cruzer Blade")
+    phone.fault("data-readonly")
+    run(phone, ("usbrw", "FAIL to create mount point.\n"))
+    assert mount_log(phone) == []
+    phone.fault("clear")
+    # Pulled out mid-test: the next read or write fails, the unmount still works.
+    c = Console(phone)
+    c.proc.stdin.write("usbrw\n")
+    c.proc.stdin.flush()
+    deadline = time.time() + 20
+    while mount_call("a", "0") not in mount_log(phone):
+        assert time.time() < deadline, "usbrw never mounted the stick"
+        time.sleep(0.05)
+    phone.usb("unplug")
+    out, _, status = c.end()
+    assert (out, status) == (startup() + transcript(("usbrw", RUNNING + "Error: Input/output error"),
+                                                    eof=True), 0)
+    assert mount_log(phone) == [mount_call("a", "0"), UMOUNT]
+    assert "mount=" not in phone.show("usb")
 
 
 def spawn(phone):

@@ -106,6 +106,7 @@ L2 = [
      f"\nspread frequency (SSC) for Ethernet Switch : {ENUM} \nPASS\n"),
     ("l2setSSC 1", "Setting SSC to (L2SW_SSC_ENABLED)\nPASS\n",
      "L2Switch_SetSSC", "Setting SSC to (L2SW_SSC_ENABLED)\n" + err("rltkFTl2setSSC()", "EIO"), None),
+    ("ethled on", "PASS\n", "L2SW_EthernetLedTest", "FAIL\n", None),
 ]
 # What the out-of-range rows read: console port 1 is switch port 2, port 0 is port 1.
 OUT_OF_RANGE = {"port2.mdix": "7", "port2.link_status": "9", "port2.link_mode": "12",
@@ -174,6 +175,36 @@ def eth_readback(mode, actual, status):
             f"\nGetLinkStatus() port=2 link status:(L2SW_LINK_{status})\n")
 
 
+# (ftsim verb and arguments that break the switch, eth's output): each on its own run.
+ETH_FAILURES = [
+    (("fault", "switch", "L2Switch_EarlyInit"), "FAIL: L2Switch_EarlyInit() \n"),
+    (("fault", "switch", "L2Switch_IsSwitchPortSupport1G"), "FAIL: L2Switch_IsSwitchPortSupport1G()!!\n"),
+    (("fault", "switch", "L2Switch_SetLinkMode"), "FAIL: setLink...\n"),
+    (("fault", "switch", "L2Switch_GetLinkMode@1"), "FAIL: in GetLinkMode()!!!!\n"),
+    (("fault", "switch", "L2Switch_GetLinkMode:EBUSY@2"),
+     "\nGetLinkMode() port=2 link mode:(L2SW_LINK_MODE_1000_FULL)\nFAIL: in GetLinkMode()-actualMode!!!!\n"),
+    (("fault", "switch", "L2Switch_GetLinkStatus"), eth_readback("1000_FULL", "1000_FULL", "UP")
+     .split("\nGetLinkStatus")[0] + "FAIL: in GetLinkStatus(rtk_port=2, status=0)!!!\n"),
+    (("fault", "switch", "L2Switch_GetTestMode"), eth_readback("1000_FULL", "1000_FULL", "UP") + "FAIL: GetTestMode()!!!\n"),
+    # A switch that takes the setting and keeps its old mode.
+    (("set", "switch.frozen", "1"), eth_readback("AUTO", "1000_FULL", "UP") + "FAIL: to set ft eth...\n"),
+]
+
+
+def test_eth_reports_each_failing_step(phone):
+    for verb, out in ETH_FAILURES:
+        ftsim("fault", phone.path, "clear")
+        ftsim("set", phone.path, "switch.frozen", "0")
+        r = ftsim(verb[0], phone.path, *verb[1:])
+        assert r.returncode == 0, r.stderr
+        assert phone.run("eth 1 1000") == (startup() + transcript(("eth 1 1000", out), eof=True), 0), verb
+    # Only the second call of a run fails: l2getLinkMode's read of the actual mode.
+    ftsim("fault", phone.path, "clear")
+    phone.fault("switch", "L2Switch_GetLinkMode@2")
+    assert phone.run("l2getLinkMode 1")[0] == startup() + transcript(
+        ("l2getLinkMode 1", err("rltkFTgetLinkMode() (actualMode)", "EIO")), eof=True)
+
+
 def test_eth_verdicts_follow_the_configured_mode(phone):
     # The partner offers 100 Mb/s half duplex at the most: what the link becomes.
     phone.set("switch.port2.partner", "4")
@@ -195,13 +226,15 @@ def test_each_run_is_a_boot(phone):
 
 
 def test_setport_shows_the_port_before_and_after(phone):
-    out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100")
+    out, _ = phone.run("setport 1 10", "setport 1 0", "setport 0 100", "setport x 10", "setport 1 7",
+                       "ethled blink")
     assert out == startup() + transcript(
         ("setport 1 10", "\nEthernet status , Before:\n" + status("1000Mb/s", "Full", "on")
          + "\nEthernet status , After:\n" + status("10Mb/s", "Full", "off") + "PASS\n"),
         ("setport 1 0", "\nEthernet status , Before:\n" + status("10Mb/s", "Full", "off")
          + "\nEthernet status , After:\n" + status("1000Mb/s", "Full", "on") + "PASS\n"),
-        ("setport 0 100", "FAIL : port not valid !!!\n"), eof=True)
+        ("setport 0 100", "FAIL : port not valid !!!\n"), ("setport x 10", "FAIL : port not valid !!\n"),
+        ("setport 1 7", "FAIL : mode not valid\n"), ("ethled blink", "FAIL\n"), eof=True)
     assert "ifconfig eth0 down;ethtool -s eth0 autoneg on;ifconfig eth0 up\n" in phone.calls()
     # No shell: the failure shows the errno of a failed fork, the same on every run.
     phone.fault("shell")

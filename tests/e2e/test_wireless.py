@@ -80,10 +80,14 @@ def test_wifi_half_loaded_then_a_boot(phone):
                                    ("wifi start", "ft: WiFi started.\n")) + "ft>ft: WiFi stopped.\n")
 
 
+# Devices 1 to 3 of devices(): their type as listed, and as the table prints it.
+TYPES = {1: ("BLE", "BLE   "), 2: ("DUAL", "DUAL  "), 3: ("9", "Unknown ")}
+
+
 def devices(n):
     """n devices: the first named, with class and type; the rest bare."""
     rows = ["00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60"]
-    rows += [f"AA:00:00:00:00:{i:02X} - 0 0 -70" for i in range(1, n)]
+    rows += [f"AA:00:00:00:00:{i:02X} - 0 {TYPES.get(i, ('0',))[0]} -70" for i in range(1, n)]
     return "".join(r + "\n" for r in rows)
 
 
@@ -95,7 +99,8 @@ def test_bluetooth_session(phone, tmp_path):
              "bt on", "bt scan"]
     out, rc = phone.run(*lines)
     rows = ["Unknown              00:11:22:33:44:55 BREDR -60\n"]
-    rows += [f"Unknown              AA:00:00:00:00:{i:02X} -70\n" for i in range(1, 20)]
+    rows += [f"Unknown              AA:00:00:00:00:{i:02X} {TYPES.get(i, ('', ''))[1]}-70\n"
+             for i in range(1, 20)]
     # The table is full: the 21st device, and the class and name that arrive
     # after it filled, are not printed.
     assert (out, rc) == (startup() + transcript(
@@ -116,25 +121,71 @@ def test_bluetooth_session(phone, tmp_path):
         assert f.read() == "bd_addr_loader \n"
 
 
-@pytest.mark.parametrize("fault,line,reply,log", [
-    ("bt-hal-missing", "bt init", "ERROR: failed to load BT HAL library!\n",
-     ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]),
-    ("bt-enable-error", "bt on", "FAIL\n", None),
-    ("bt-silent", "bt on", "FAIL\n", None),
-])
-def test_bluetooth_faults(phone, fault, line, reply, log):
-    phone.fault(fault)
-    began = time.monotonic()
-    pre = [] if line == "bt init" else [("bt init", "BT interface initialized\n")]
-    out, _ = phone.run(*[l for l, _ in pre], line)
-    assert out == startup() + transcript(*pre, (line, reply), eof=True)
-    if fault == "bt-silent":
-        assert time.monotonic() - began >= 5
-    if log:
-        assert module_log(phone) == log
+INIT = ("bt init", "BT interface initialized\n")
+NO_DRIVER = "ERROR: failed to load BT driver!\n"
+NO_LIST = "Could not open /proc/modules: Permission denied"
+ON = ("bt on", "BT state changed: ON\n")
+STOP_FAIL = "ft: Err stopping WiFi service errno = 11\nFAIL\nft : Err: failed to stop WiFi service, retry.\n"
+NO_BUFFER = "BT adapter_properties_callback: bt_addr_buf == NULL!\n"
+# (ftsim verbs that break the radios, the lines and their replies, what shut-down prints).
+RADIO_FAULTS = [
+    ([("fault", "bt-hal-missing")], [("bt init", "ERROR: failed to load BT HAL library!\n")], QUIT),
+    ([("fault", "bt-enable-error")], [INIT, ("bt on", "FAIL\n")], QUIT),
+    ([("fault", "bt-call", "interface")],
+     [("bt init", "btTestInit: bt_if is NULL\n"), ("bt off", "BT not initialized!\nFAIL\n")], QUIT),
+    ([("fault", "bt-call", "init")], [("bt init", "")], QUIT),
+    ([("fault", "bt-call", "set_os_callouts")], [INIT, ("bt on", "BT not initialized!\nFAIL\n")], QUIT),
+    ([("fault", "bt-call", "disable@1")], [INIT, ON, ("bt off", "FAIL\n")], "BT state changed: OFF\n" + QUIT),
+    ([("fault", "bt-call", "get_adapter_property")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
+    ([("fault", "bt-call", "start_discovery")],
+     [INIT, ("bt scan", "BT state changed: ON\nBT state changed: OFF\n")], QUIT),
+    ([("fault", "bt-props", "bad-status")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
+    ([("fault", "bt-props", "no-address")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
+    ([("fault", "bt-props", "unsolicited")], [INIT, ("bt on", NO_BUFFER + "BT state changed: ON\n")],
+     "BT state changed: OFF\n" + QUIT),
+    ([("fault", "bt-device-no-address"), ("set", "bt-discovery-ms", "300"), ("bt", "devices", None)],
+     [INIT, ("bt scan", "BT state changed: ON\nBT discovery STARTED\nBT discovery STOPPED\n"
+                        "BT state changed: OFF\n")], QUIT),
+    # Callbacks after the wait gave up: the address comes while `bt on` waits in vain.
+    ([("fault", "bt-late", "6000")], [INIT, ("bt mac_get", "FAIL\n"), ("bt on", NO_BUFFER + "FAIL\n")], QUIT),
+    ([("fault", "modules-unreadable")],
+     [("bt init", NO_DRIVER), ("wifi start", NO_LIST + "ft: WiFi started.\n")], NO_LIST + QUIT),
+    ([("fault", "mbtchar0-missing")], [("bt init", NO_DRIVER)], QUIT),
+    # Modules a boot left loaded: a driver whose node or interface never came.
+    ([("set", "boot-modules", "mlan,sd8xxx,mbt8xxx"), ("fault", "mbtchar0-missing")],
+     [("bt init", NO_DRIVER), ("wifi mac_get", "ft : WiFi service already running.\n"
+                                               "FAIL\nft: Err getting WiFi MAC address \n")],
+     "ft: WiFi stopped.\n"),
+    ([("fault", "module-missing", "mbt8xxx")], [("bt init", "insmod(): failed to load file\n" + NO_DRIVER)], QUIT),
+    # No shell: Wi-Fi's steps after the driver loaded fail with a failed fork's errno.
+    ([("fault", "shell")],
+     [("wifi start", "ft: Err starting WiFi service errno = 11\n" + START_FAIL.split("\n", 1)[1]),
+      ("wifi mac_get", "ft : WiFi service already running.\nft : MAC Address\n"
+                       "FAIL\nft: Err getting WiFi MAC address \n"),
+      ("wifi scan", "ft : WiFi service already running.\nft: Initiating wifi scan... \n"
+                    "FAIL\nft: Err scanning WiFi APs\n"),
+      ("wifi stop", STOP_FAIL)], STOP_FAIL),
+    ([("fault", "cap-wifi-error"), ("fault", "cap-bt-error")], [("wifi cap", "FAIL\n"), ("bt cap", "FAIL\n")],
+     QUIT),
+]
 
 
-def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path):
+@pytest.mark.parametrize("setup,steps,end", RADIO_FAULTS)
+def test_radio_faults(phone, tmp_path, setup, steps, end):
+    for verb, *args in setup:
+        if verb == "bt":
+            args[-1] = write(tmp_path, "devices", devices(1))
+        getattr(phone, verb)(*args)
+    out, _ = phone.run(*[line for line, _ in steps])
+    assert out == startup() + transcript(*steps) + "ft>" + end
+    if ("fault", "bt-hal-missing") in setup:
+        assert module_log(phone) == ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]
+
+
+@pytest.mark.parametrize("cancel", ["", "BT: failed to cancel discovery or already finished\r\n"])
+def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path, cancel):
+    if cancel:
+        phone.fault("bt-call", "cancel_discovery")
     phone.bt("devices", write(tmp_path, "devices", devices(1)))
     phone.set("bt-discovery-ms", "30000")
     c = pexpect.spawn(FTSIM, ["run", "--build", BUILD, phone.path], encoding="utf-8", timeout=10,
@@ -146,7 +197,7 @@ def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path):
     c.expect_exact("BT discovery STARTED\r\n")
     c.expect_exact("Desk-Phone")
     c.sendintr()
-    c.expect_exact("BT discovery STOPPED\r\nBT state changed: OFF\r\nft>")
+    c.expect_exact(cancel + "BT discovery STOPPED\r\nBT state changed: OFF\r\nft>")
     c.sendline("quit")
     c.expect_exact(QUIT.replace("\n", "\r\n"))
     c.expect(pexpect.EOF)
