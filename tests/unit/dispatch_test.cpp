@@ -4,7 +4,6 @@
 
 #include "shell/dispatch.h"
 #include "tests/unit/fake_eeprom.h"
-#include "tests/unit/fake_shell.h"
 #include "tests/unit/fake_tolma_switch.h"
 
 namespace {
@@ -33,7 +32,6 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
     const DispatchCase cases[] = {
         {"Help", kNot},
         {"INFO", kNot},
-        {"info\t", kNot},
         {"program", kNot},
         {"program foo", kNot},
         {"program commit", "PASS\n"},
@@ -42,14 +40,10 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
         {"lcd fill x", "FAIL Err invalid color=0\n"},
         {"wifi", "Not a valid command option. Please check ft help for wifi command options.\n"},
         {"wifi cap", "PASS\n"},
-        {"bt foo", "Not a valid command option. Please check ft help for BT command options.\n"},
         {"mfg", "Not a valid command option. Please check ft help for mfg command options.\n"},
-        {"mfg wifi", "Not a valid command option. Please check ft help for mfg command options.\n"},
         {"mfg wifi go", "Not a valid command option. Please check ft help for mfg command options.\n"},
         {"mfg foo", "Not a valid command option. Please check ft help for mfg command options.\n"},
-        {"mfg bt", ""},
         {"mfg bt start now", ""},
-        {"mfg wifi start", ""},
         {"tolma", kNot},
         {"tolma foo", kNot},
         {"l2foo", kNot},
@@ -60,17 +54,6 @@ TEST(Dispatch, WordsSubWordsAndTheirMessages) {
         EXPECT_EQ(r.out, c.out) << c.line;
         EXPECT_EQ(r.result, Dispatch::kContinue) << c.line;
     }
-}
-
-TEST(Dispatch, MfgWifiRunsTheScript) {
-    shell_calls().clear();
-    run_line("mfg wifi start");
-    run_line("mfg wifi stop");
-    run_line("mfg wifi restart");
-    run_line("mfg bt start");
-    std::vector<std::string> expect = {"/system/bin/wifi_reg_test.sh start",
-                                       "/system/bin/wifi_reg_test.sh stop"};
-    EXPECT_EQ(shell_calls(), expect);
 }
 
 // Words the switch commands refuse before any handler runs, and the switch

@@ -33,11 +33,6 @@ TEST(Eth, CallsInOrderAndVerdictFromTheReadBack) {
     frozen.ignores_sets = true;
     FakeTolmaSwitch slow;
     slow.gigabit = 0;
-    auto failing = [](const char *call) {
-        FakeTolmaSwitch s;
-        s.failing = call;
-        return s;
-    };
     const EthCase cases[] = {
         {"1", "100", {}, then({"L2Switch_SetLinkStatus(2,1)", "L2Switch_SetLinkMode(2,5)"}),
          readback(2, "100_FULL", "AUTO", "UP") + "PASS\n"},
@@ -49,23 +44,12 @@ TEST(Eth, CallsInOrderAndVerdictFromTheReadBack) {
         {"1", "1", {}, then({"L2Switch_SetLinkStatus(2,2)"}), readback(2, "AUTO", "AUTO", "DOWN") + "PASS\n"},
         {"1", "1", frozen, then({"L2Switch_SetLinkStatus(2,2)"}),
          readback(2, "AUTO", "AUTO", "UP") + "FAIL: to set ft eth...\n"},
-        {"1", "1000", frozen, then({"L2Switch_SetLinkStatus(2,1)", "L2Switch_SetLinkMode(2,6)"}),
-         readback(2, "AUTO", "AUTO", "UP") + "FAIL: to set ft eth...\n"},
         // Test modes: the test mode decides, whatever the link mode reads.
         {"1", "1003", {}, then({"L2Switch_SetTestMode(2,3)"}), readback(2, "AUTO", "AUTO", "UP") + "PASS\n"},
         // Not gigabit: 1000 leaves the link up and fails; test modes set nothing.
         {"1", "1000", slow, {"L2Switch_SetLinkStatus(2,1)"}, "FAIL: not match ..\n"},
         {"1", "1002", slow, {}, "FAIL: not match ..\n"},
         {"1", "102", {}, {}, "FAIL: in eth() NA!!!!\n"},
-        {"1", "100", failing("L2Switch_SetLinkMode"), {"L2Switch_SetLinkStatus(2,1)", "L2Switch_SetLinkMode(2,5)"},
-         "FAIL: setLink...\n"},
-        {"1", "0", failing("L2Switch_GetLinkStatus"),
-         then({"L2Switch_SetLinkStatus(2,1)", "L2Switch_SetLinkMode(2,1)"}, 3),
-         "\nGetLinkMode() port=2 link mode:(L2SW_LINK_MODE_AUTO)\n\nGetLinkMode() port=2 actual "
-         "linkmode:(L2SW_LINK_MODE_AUTO)\nFAIL: in GetLinkStatus(rtk_port=2, status=0)!!!\n"},
-        {"1", "10", failing("L2Switch_GetTestMode"),
-         then({"L2Switch_SetLinkStatus(2,1)", "L2Switch_SetLinkMode(2,3)"}),
-         readback(2, "10_FULL", "AUTO", "UP") + "FAIL: GetTestMode()!!!\n"},
     };
     for (const EthCase &c : cases) {
         SCOPED_TRACE(std::string(c.port) + " " + c.mode);
