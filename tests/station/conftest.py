@@ -8,7 +8,7 @@ import pytest
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FTSIM = os.path.join(REPO, "ftsim")
 FTSTATION = os.path.join(REPO, "ftstation")
-sys.path.insert(0, os.path.join(REPO, "station"))
+sys.path[:0] = [os.path.join(REPO, "station"), os.path.dirname(os.path.dirname(os.path.abspath(__file__)))]
 
 
 def ftstation(*args, timeout=60):

@@ -17,6 +17,7 @@ import pytest
 
 from conftest import FTSTATION, REPO, ftsim, ftstation, new_phone
 from ftstation import db as stationdb
+from pages import chromium
 
 T0 = datetime.datetime(2026, 11, 2, 6, 0, tzinfo=datetime.timezone.utc)
 STEPS = ["program MAC address", "gencert", "LCD red", "ping the station", "Wi-Fi scan"]
@@ -256,18 +257,7 @@ def test_the_page_in_a_browser(station):
     assert not re.search(r"""(src|href)\s*=\s*["'](?!#)|url\((?!#)|@import""", html)
     with open(js) as f:
         figures = json.load(f)
-    from selenium import webdriver
-    from selenium.webdriver.chrome.service import Service
-    options = webdriver.ChromeOptions()
-    options.binary_location = "/usr/bin/chromium"
-    for arg in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1000",
-                "--force-device-scale-factor=1"):
-        options.add_argument(arg)
-    try:
-        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-    except Exception as e:   # noqa: BLE001 -- whatever stops Chromium, the reason is printed
-        pytest.skip(f"headless Chromium cannot start: {e}")
-    try:
+    with chromium() as driver:
         driver.get(f"file://{out}")
         tile = lambda key: driver.find_element(  # noqa: E731
             "css selector", f"[data-figure={key}]").text
@@ -289,5 +279,3 @@ def test_the_page_in_a_browser(station):
         driver.set_window_size(1400, height)
         os.makedirs(os.path.join(REPO, "docs"), exist_ok=True)
         driver.save_screenshot(os.path.join(REPO, "docs", "report.png"))
-    finally:
-        driver.quit()

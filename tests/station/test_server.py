@@ -7,11 +7,11 @@ import json
 import os
 import signal
 import subprocess
-import time
 
 import pytest
 
 from conftest import FTSIM, FTSTATION, REPO
+from pages import chromium, until
 
 SHOTS = os.path.join(REPO, "build", "station-test")
 GUARD = 60           # seconds: only a broken station waits this long
@@ -86,13 +86,6 @@ class Served:
         return self.proc.wait(GUARD)
 
 
-def until(what, check, guard=GUARD):
-    deadline = time.monotonic() + guard
-    while not check():
-        assert time.monotonic() < deadline, f"never saw {what}"
-        time.sleep(0.05)
-
-
 def station_file(tmp_path, fixtures, extra=""):
     (tmp_path / "plan.toml").write_text(PLAN)
     path = tmp_path / "station.toml"
@@ -116,19 +109,8 @@ def serve():
 
 @pytest.fixture(scope="module")
 def browser():
-    try:
-        from selenium import webdriver
-        from selenium.webdriver.chrome.service import Service
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        for arg in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1050",
-                    "--force-device-scale-factor=1", "--disable-background-networking"):
-            options.add_argument(arg)
-        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-    except Exception as e:   # noqa: BLE001 -- whatever stops Chromium, the reason is printed
-        pytest.skip(f"headless Chromium cannot start: {e}")
-    yield driver
-    driver.quit()
+    with chromium(1050, "--disable-background-networking") as driver:
+        yield driver
 
 
 def test_three_fixtures_on_the_page(tmp_path, serve, browser):

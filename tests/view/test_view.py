@@ -10,7 +10,9 @@ import time
 
 import pytest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "e2e"))
+TESTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path[:0] = [os.path.join(TESTS, "e2e"), TESTS]
+from pages import chromium, until  # noqa: E402
 from conftest import FTSIM, REPO, Phone, ftsim  # noqa: E402
 from test_input import Console, SimPhone  # noqa: E402
 
@@ -39,26 +41,8 @@ def view(phone):
 
 @pytest.fixture(scope="module")
 def browser():
-    try:
-        from selenium import webdriver
-        from selenium.webdriver.chrome.service import Service
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        for arg in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1400,1000",
-                    "--force-device-scale-factor=1"):
-            options.add_argument(arg)
-        driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-    except Exception as e:   # noqa: BLE001 -- whatever stops Chromium, the reason is printed
-        pytest.skip(f"headless Chromium cannot start: {e}")
-    yield driver
-    driver.quit()
-
-
-def until(what, check):
-    deadline = time.monotonic() + GUARD
-    while not check():
-        assert time.monotonic() < deadline, f"the page never showed {what}"
-        time.sleep(0.05)
+    with chromium() as driver:
+        yield driver
 
 
 # The colours of the panel image as the page holds it, or null while it loads.
