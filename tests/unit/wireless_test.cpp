@@ -28,9 +28,6 @@ protected:
     FakeRadio &radio() { return FakeRadio::get(); }
 };
 
-constexpr char kParams[] =
-    "reg_alpha2=00 sta_name=wlan uap_name=wlan wfd_name=wlan cal_data_cfg=none";
-
 // `before`, then `call` n times.
 std::vector<std::string> times(int n, const std::string &call, std::vector<std::string> before = {}) {
     before.insert(before.end(), n, call);
@@ -50,14 +47,8 @@ TEST_F(Radio, WifiStartAndStopThroughTheModuleList) {
         std::vector<std::string> listed_after;
         unsigned long long ms;      // time spent in pauses
     } cases[] = {
-        {"start", false, "", "wifi start", "ft: WiFi started.\n",
-         {"init_module mlan ", std::string("init_module sd8xxx ") + kParams}, {"mlan", "sd8xxx"}, 0},
         {"mlan missing", false, "missing mlan", "wifi start",
          "wifi_load_driver /system/lib/modules/mlan.ko failed" + start_fail, {}, {}, 0},
-        // No half-loaded driver, and the messages share a line as the phone prints them.
-        {"sd8xxx missing", false, "missing sd8xxx", "wifi start",
-         "wifi_load_driver /system/lib/modules/sd8xxx.ko failed" + start_fail,
-         {"init_module mlan ", "delete_module mlan"}, {}, 0},
         // The report comes whole, after the retries.
         {"sd8xxx missing, mlan busy", false, "missing sd8xxx busy mlan", "wifi start",
          "wifi_load_driver /system/lib/modules/sd8xxx.ko failed"
