@@ -11,9 +11,9 @@ FTSTATION = os.path.join(REPO, "ftstation")
 sys.path[:0] = [os.path.join(REPO, "station"), os.path.dirname(os.path.dirname(os.path.abspath(__file__)))]
 
 
-def ftstation(*args, timeout=60):
+def ftstation(*args, env=None, timeout=60):
     return subprocess.run([FTSTATION, *map(str, args)], capture_output=True, text=True,
-                          timeout=timeout)
+                          timeout=timeout, env={**os.environ, **(env or {})})
 
 
 def ftsim(*args):

@@ -13,7 +13,7 @@ import time
 import psycopg
 import pytest
 
-from conftest import FTSTATION, REPO
+from conftest import FTSTATION, REPO, ftstation
 from test_server import serve, until  # noqa: F401 -- the fixture
 from ftstation import db as stationdb
 from ftstation import leases, line
@@ -75,11 +75,6 @@ def finished_runs(records, n, serial="SN", steps=3, station="st", fail=False, ba
     conn.execute("COMMIT")
     conn.close()
     return ids
-
-
-def ftstation(*args, env=None, timeout=60):
-    return subprocess.run([FTSTATION, *map(str, args)], capture_output=True, text=True,
-                          timeout=timeout, env={**os.environ, **(env or {})})
 
 
 def test_bad_connections_each_give_their_one_line_and_the_grants_do(tmp_path, cluster, url,
