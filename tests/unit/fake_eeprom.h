@@ -8,7 +8,6 @@ struct FakeEeprom {
     std::vector<std::string> values = std::vector<std::string>(33);
     int fail_read = -1;       // this index fails to read
     int fail_write = -1;      // this index refuses writes
-    bool fail_mode = false;
     int mode_calls = 0;
     int writes = 0;
 

@@ -7,7 +7,6 @@
 // one-port model: what is set reads back, unless a test says otherwise.
 struct FakeTolmaSwitch {
     std::vector<std::string> calls;
-    std::string failing;     // this call returns -1 with errno EIO
     int gigabit = 1;
     int configured = 1, actual = 1, status = 1, test_mode = 0;
     bool ignores_sets = false;   // the port keeps its read-back values
