@@ -60,9 +60,9 @@ unsigned int pcm_frames_to_bytes(pcm *, unsigned int frames) {
 
 int pcm_write(pcm *, const void *data, unsigned int count) {
     ++g_card.writes;
-    if (!g_card.write_fails) g_card.played.append(static_cast<const char *>(data), count);
+    g_card.played.append(static_cast<const char *>(data), count);
     if (g_card.after_write) g_card.after_write();
-    return g_card.write_fails ? -1 : 0;
+    return 0;
 }
 
 }  // extern "C"

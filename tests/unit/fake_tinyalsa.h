@@ -14,7 +14,6 @@ struct FakeCard {
 
     // The stream.
     const char *pcm_error = nullptr;        // set: the open is not ready, with this text
-    bool write_fails = false;
     pcm_config config = {};
     int pcm_opens = 0, pcm_closes = 0, writes = 0;
     std::string played;
