@@ -1,5 +1,5 @@
 """The Ethernet port commands and the l2 switch diagnostics, on the simulated switch."""
-from conftest import ftsim, startup, transcript
+from conftest import ftsim, golden, startup, transcript
 from test_network import Console, status
 
 ENUM = "ENUM NOT FOUND!"
@@ -11,31 +11,10 @@ def err(who, call_errno):
     return f"{who} ERROR: ret=-1, errno={number} {text}\n"
 
 
-COUNTERS = """
-Port 2 MIB counters
-  dot3StatsFCSErrors              : 0
-  etherStatsCollisions            : 0
-  ifInBroadcastPkts               : 472
-  ifInMulticastPkts               : 824
-  ifInOctets                      : 3686420
-  ifInUcastPkts                   : 18240
-  ifOutBroadcastPkts              : 24
-  ifOutMulticastPkts              : 116
-  ifOutOctets                     : 1804228
-  ifOutUcastPkts                  : 14782
-"""
-VLAN = """
-VLAN member configuration
-  VID  Members          Untagged         FID
-   100 2,1024           -                  1
-"""
-RULES = """
-ACL rules
-  Rule  Ports     Match                          Action
-     0  1,2       ethertype 0x88cc (LLDP)        trap to cpu
-     1  1,2       dmac 01:80:c2:00:00:0e         trap to cpu
-  2 rule(s) in use
-"""
+# The dumps of the simulated switch at its defaults.
+COUNTERS = golden("l2_counters.txt")
+VLAN = golden("l2_vlan.txt")
+RULES = golden("l2_rules.txt")
 GREEN = "\nGetGreenEthernetPort(): proprietary Realtek feature, for 1000Mbit only .\n"
 SET_GREEN = "\nSetGreenEthernetPort(): proprietary Realtek feature, for 1000Mbit only .\n"
 
