@@ -11,6 +11,12 @@ FTSTATION = os.path.join(REPO, "ftstation")
 sys.path[:0] = [os.path.join(REPO, "station"), os.path.dirname(os.path.dirname(os.path.abspath(__file__)))]
 
 
+def plan_text(name):
+    """A plan kept in plans/ beside the tests."""
+    with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "plans", name)) as f:
+        return f.read()
+
+
 def ftstation(*args, env=None, timeout=60):
     return subprocess.run([FTSTATION, *map(str, args)], capture_output=True, text=True,
                           timeout=timeout, env={**os.environ, **(env or {})})

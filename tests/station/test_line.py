@@ -13,7 +13,7 @@ import time
 import psycopg
 import pytest
 
-from conftest import FTSTATION, REPO, ftstation
+from conftest import FTSTATION, REPO, ftstation, plan_text
 from test_server import serve, until  # noqa: F401 -- the fixture
 from ftstation import db as stationdb
 from ftstation import leases, line
@@ -177,21 +177,11 @@ def test_the_uploader_killed_mid_batch_loses_and_doubles_nothing(tmp_path, url):
     assert q(url, "SELECT count(*) FROM measurement") == [(400,)]
 
 
-ONE_STEP = """
-[mac]
-first = "02:00:00:00:00:00"
-last = "02:00:00:00:00:FF"
-
-[[step]]
-name = "program MAC address"
-command = "program write ethaddr {mac}"
-stored = "{mac}"
-"""
 
 
 def line_station(folder, name, url, fixtures=("A", "B"), lease=4):
     folder.mkdir()
-    (folder / "plan.toml").write_text(ONE_STEP)
+    (folder / "plan.toml").write_text(plan_text("one_step.toml"))
     path = folder / "station.toml"
     path.write_text(f'[station]\nid = "{name}"\nplan = "plan.toml"\nrecords = "rec"\n'
                     f'[line]\ndatabase = "{url}"\nlease = {lease}\n'

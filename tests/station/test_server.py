@@ -10,43 +10,11 @@ import subprocess
 
 import pytest
 
-from conftest import FTSIM, FTSTATION, REPO
+from conftest import FTSIM, FTSTATION, REPO, plan_text
 from pages import chromium, until
 
 SHOTS = os.path.join(REPO, "build", "station-test")
 GUARD = 60           # seconds: only a broken station waits this long
-
-# A short plan: a MAC, two looks at the panel and a key press, so the page
-# test stays quick; the full production flow is the benchmark's.
-PLAN = r'''
-[mac]
-first = "02:00:00:00:00:00"
-last = "02:00:00:00:00:0F"
-
-[defaults]
-stop_on_failure = false
-
-[[step]]
-name = "program MAC address"
-command = "program write ethaddr {mac}"
-stored = "{mac}"
-
-[[step]]
-name = "LCD red"
-command = "lcd fill 1"
-action = { prompt = "Is the whole screen red?" }
-
-[[step]]
-name = "LCD crosshair"
-command = "lcd crosshair"
-
-[[step]]
-name = "key 5"
-command = "key 1"
-verdict = "none"
-events = ['KeyCode\[0006\] value\[1\]']
-action = { prompt = "Press 5", sim = "press KEY_5" }
-'''
 
 
 class Served:
@@ -87,7 +55,7 @@ class Served:
 
 
 def station_file(tmp_path, fixtures, extra=""):
-    (tmp_path / "plan.toml").write_text(PLAN)
+    (tmp_path / "plan.toml").write_text(plan_text("short.toml"))
     path = tmp_path / "station.toml"
     path.write_text(f'[station]\nid = "line1-st3"\nplan = "plan.toml"\nrecords = "rec"\n{extra}'
                     + "".join(f'\n[[fixture]]\nname = "{name}"\n{body}\n'
@@ -286,7 +254,7 @@ def test_the_shipped_station_files_load():
 
 @pytest.mark.parametrize("text, line", BAD_STATIONS)
 def test_a_bad_station_file_is_one_line_and_status_2(tmp_path, text, line):
-    (tmp_path / "plan.toml").write_text(PLAN)
+    (tmp_path / "plan.toml").write_text(plan_text("short.toml"))
     path = tmp_path / "station.toml"
     path.write_text(text)
     r = subprocess.run([FTSTATION, "serve", path, "--port", "0"], capture_output=True,
@@ -308,25 +276,11 @@ def test_a_hung_console_holds_only_its_own_fixture(tmp_path, serve):
     assert (aborted["result"], aborted["error"]) == ("ABORTED", "aborted by the operator")
 
 
-MEASURED = '''
-[[step]]
-name = "info"
-command = "info"
-verdict = "none"
-[[step.measure]]
-name = "info_time"
-from = "duration"
-unit = "s"
-high = 30
-[[step.measure]]
-name = "never_printed"
-regex = 'no such line ([0-9]+)'
-'''
 
 
 def test_measurements_on_the_card_and_todays_report(tmp_path, serve):
     path = station_file(tmp_path, [("A", "simulated = true")])
-    (tmp_path / "plan.toml").write_text(MEASURED)
+    (tmp_path / "plan.toml").write_text(plan_text("measured.toml"))
     s = serve(path)
     assert s.call("POST", "/api/fixtures/A/start", {"serial": "SN0000001"})[0] == 202
     card = s.until("A", "finished")
