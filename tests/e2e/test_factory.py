@@ -99,6 +99,9 @@ def test_ftsim_forms(phone, tmp_path):
     assert ftsim("new", phone.path, "--force").returncode == 0
     for bad in (["store", phone.path, "nosuch", "1"], ["store", phone.path, "hwver", "x" * 33],
                 ["fault", phone.path, "store-read"], ["fault", phone.path, "nosuch"],
-                ["show", phone.path, "nosuch"], ["run", tmp_path / "nophone"], ["frobnicate"], []):
+                ["show", phone.path, "nosuch"], ["run", tmp_path / "nophone"], ["frobnicate"], [],
+                ["fault", phone.path, "tool", "../x"], ["fault", phone.path, "tool", "openssl:"],
+                ["fault", phone.path, "reserved-readonly", "x"], ["files", phone.path],
+                ["files", phone.path, "../.."], ["files", phone.path, "/reserved/nosuch"]):
         r = ftsim(*bad)
         assert r.returncode == 2 and r.stderr and not r.stdout, bad

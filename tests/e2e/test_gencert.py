@@ -9,7 +9,7 @@ import subprocess
 
 import pytest
 
-from conftest import ftsim, startup, startup_calls, transcript
+from conftest import startup, startup_calls, transcript
 
 C = "/reserved/cp/certs/"
 MKDIRS = ["mkdir /reserved/cp", "/system/bin/setSystemDate.sh", "mkdir /reserved/cp/certs"]
@@ -162,9 +162,3 @@ def test_runs_leave_exactly_the_described_files(unit, issued, setup, output, cal
     des = "1" if output == BLOCK else "0" if issued and calls else untouched
     assert unit.values()["CONFIGDATA_DES_SUPPORT"] == des
 
-
-def test_ftsim_forms(phone):
-    for bad in (["fault", "tool"], ["fault", "tool", "../x"], ["fault", "tool", "openssl:"], ["fault", "reserved-readonly", "x"],
-                ["files"], ["files", "../.."], ["files", "/reserved/nosuch"]):
-        r = ftsim(bad[0], phone.path, *bad[1:])
-        assert r.returncode == 2 and r.stderr and not r.stdout, bad
