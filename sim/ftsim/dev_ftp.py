@@ -7,8 +7,9 @@
 - The login is `station`/`station` until `station PHONE user NAME PASSWORD`
   changes it; a change holds from the next login on, also while a server runs.
 - `station PHONE fault stall|drop|none`: the server accepts a connection and
-  stays silent until its idle timeout, or cuts a download's data connection
-  halfway; from the next connection or download on.
+  stays silent until its idle timeout, or cuts a transfer's data connection
+  halfway (a download after half the file, an upload after half its first
+  piece); from the next connection or transfer on.
 
 The server starts in the background as the station is made, so a run does not
 wait for it; the phone's ftpget and ftpput wait (a few seconds at most) for the

@@ -117,7 +117,7 @@ def setup_station(parser):
                         metavar="up|down|dir|user|fault",
                         help="up: make and keep the station; down: remove it whole; dir: print "
                              "the station folder; user: set the FTP login; fault: the FTP server "
-                             "stalls after accepting (stall), cuts a download halfway (drop), "
+                             "stalls after accepting (stall), cuts a transfer halfway (drop), "
                              "or works (none)")
     parser.add_argument("name", nargs="?", metavar="NAME|FAULT",
                         help="user: the FTP user name; fault: stall, drop or none")

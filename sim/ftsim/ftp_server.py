@@ -7,8 +7,8 @@ effect without a restart).
 A fault file beside the login file (station-fault: stall or drop), read afresh
 at each connection and each download, rehearses a failing server: `stall`
 accepts a connection and never answers, until its idle timeout (STALL_SECONDS)
-closes it with 421; `drop` sends half of a download, then cuts the data
-connection (426).
+closes it with 421; `drop` sends half of a download, or keeps half of an
+upload's first piece, then cuts the data connection (426).
 
 It listens at once and writes the ready file, which the phone's FTP tools wait
 for; pyftpdlib itself is loaded only when the first client knocks, so a run that
@@ -89,7 +89,7 @@ def serve(sock, root_fd, login_dir_fd, login_name, station):
     import logging
 
     from pyftpdlib.authorizers import AuthenticationFailed, DummyAuthorizer
-    from pyftpdlib.handlers import FTPHandler, _FileReadWriteError
+    from pyftpdlib.handlers import DTPHandler, FTPHandler, _FileReadWriteError
     from pyftpdlib.servers import FTPServer
 
     class StationLogin(DummyAuthorizer):
@@ -133,6 +133,26 @@ def serve(sock, root_fd, login_dir_fd, login_name, station):
             data, self.data = self.data, None
             return data
 
+    class CuttingDTP(DTPHandler):
+        """A data connection that, under `drop`, keeps half of an upload's first
+        piece and then resets the connection (426), as a server that falls over
+        mid-transfer."""
+
+        def handle_read(self):
+            if getattr(self, "_drop", None) is None:
+                self._drop = self.receive and read_fault(login_dir_fd) == "drop"
+            if not self._drop:
+                return super().handle_read()
+            chunk = self.recv(self.ac_in_buffer_size)
+            if not chunk:               # an empty upload: nothing to cut
+                self.transfer_finished = True
+                return None
+            self.file_obj.write(chunk[:len(chunk) // 2])
+            self.tot_bytes_received += len(chunk) // 2
+            raise _FileReadWriteError(errno.ECONNRESET, os.strerror(errno.ECONNRESET))
+
+        handle_read_event = handle_read
+
     class StationHandler(FTPHandler):
         def handle(self):
             if read_fault(login_dir_fd) != "stall":
@@ -155,6 +175,7 @@ def serve(sock, root_fd, login_dir_fd, login_name, station):
             return file
 
     handler = StationHandler
+    handler.dtp_handler = CuttingDTP
     handler.authorizer = StationLogin()
     handler.auth_failed_timeout = 0       # a wrong login is answered at once
     handler.banner = "station FTP server ready."

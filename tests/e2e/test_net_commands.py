@@ -132,6 +132,14 @@ def test_regulatory_label_from_a_failing_server(phone, fault):
     label = os.path.join(phone.path, "reserved", "regulatoryLabels", "regulatory_info.png")
     assert (read(label) if os.path.exists(label) else None) == \
         (data[:len(data) // 2] if fault == "drop" else None)
+    if fault == "drop":
+        # An upload cut off the same way: send shows only ftpput's own words
+        # (on standard error), and the station keeps at most half of it.
+        line = "send station station /reserved/regulatoryLabels/regulatory_info.png back.png 10.8.0.2"
+        out, _ = phone.run(line)
+        assert out == startup() + transcript((line, ""), eof=True)
+        back = os.path.join(phone.station("dir").strip(), "back.png")
+        assert len(read(back)) <= len(data) // 4
 
 
 def server_of(pid, phone):
