@@ -17,7 +17,7 @@ import threading
 import time
 import uuid
 
-from ftstation import leases
+from ftstation import leases, migrations
 
 RESULTS = ("RUNNING", "PASS", "FAIL", "ABORTED")
 TIMEOUT = 30.0                 # seconds any wait for the database or the folder may take
@@ -227,19 +227,11 @@ class StationDB:
             self.conn.close()
 
     def _migrate(self):
-        latest = MIGRATIONS[-1][0]
         with self.transaction() as conn:
             version = self.schema_version()
-            if version > latest:
-                raise DatabaseError(f"{self.path}: the database is at schema version {version}, "
-                                    f"newer than this station software knows ({latest})")
-            for number, statements in MIGRATIONS:
-                if number > version:
-                    for sql in statements:
-                        conn.execute(sql)
-            if version < latest:
-                conn.execute("DELETE FROM schema_version")
-                conn.execute("INSERT INTO schema_version (version) VALUES (?)", (latest,))
+            migrations.upgrade(conn.execute, version, MIGRATIONS, lambda latest: DatabaseError(
+                f"{self.path}: the database is at schema version {version}, "
+                f"newer than this station software knows ({latest})"), "?")
 
     def schema_version(self):
         """The file's schema version: 0 for a file without tables yet."""

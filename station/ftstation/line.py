@@ -13,6 +13,8 @@ import urllib.parse
 import psycopg
 import psycopg.conninfo
 
+from ftstation import migrations
+
 CONNECT_TIMEOUT = 3          # seconds a connect may take
 STATEMENT_TIMEOUT = 60_000   # milliseconds any statement may take
 QUICK_TIMEOUT = 10_000       # ... while a unit waits to start
@@ -194,16 +196,9 @@ def init(url):
             with conn.transaction():
                 conn.execute("SELECT pg_advisory_xact_lock(%s)", (LOCK_KEY,))
                 before = schema_version(conn)
-                if before > LATEST:
-                    raise LineError(f"the line database {describe(url)} is at schema version "
-                                    f"{before}, newer than this station software knows ({LATEST})")
-                for number, statements in MIGRATIONS:
-                    if number > before:
-                        for sql in statements:
-                            conn.execute(sql)
-                if before < LATEST:
-                    conn.execute("DELETE FROM schema_version")
-                    conn.execute("INSERT INTO schema_version (version) VALUES (%s)", (LATEST,))
+                migrations.upgrade(conn.execute, before, MIGRATIONS, lambda latest: LineError(
+                    f"the line database {describe(url)} is at schema version "
+                    f"{before}, newer than this station software knows ({latest})"), "%s")
         except psycopg.Error as e:
             raise LineError(explain(url, e)) from None
     return before, LATEST

@@ -5,10 +5,10 @@ import hashlib
 import math
 import re
 import shlex
-import tomllib
 
 from ftstation import conventions as cv
 from ftstation import measure as ms
+from ftstation import tomlfile
 
 PLACEHOLDERS = ("serial", "mac", "mac_plain", "date", "station")
 VERDICTS = ("PASS", "FAIL", "none")
@@ -26,9 +26,8 @@ MAC = re.compile(r"[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}")
 _PLACEHOLDER = re.compile(r"\{([A-Za-z_]\w*)\}")
 
 
-class PlanError(Exception):
-    def __init__(self, path, line, problem):
-        super().__init__(f"{path}:{line}: {problem}" if line else f"{path}: {problem}")
+class PlanError(tomlfile.FileError):
+    pass
 
 
 @dataclasses.dataclass
@@ -120,17 +119,7 @@ def mac_of(first, index):
 def load(path, unit=None, unit_index=0, station="", date=""):
     """Reads and checks the plan; fills the placeholders from the unit's serial,
     its place in the MAC block (None: no MAC), the station and the date."""
-    try:
-        with open(path, "rb") as f:
-            raw = f.read()
-        text = raw.decode()
-    except (OSError, UnicodeDecodeError) as e:
-        raise PlanError(path, None, f"cannot read the plan: {e}") from None
-    try:
-        doc = tomllib.loads(text)
-    except tomllib.TOMLDecodeError as e:
-        m = re.search(r"\(at line (\d+), column \d+\)$", str(e))
-        raise PlanError(path, m[1] if m else 1, re.sub(r"\s*\(at line.*$", "", str(e))) from None
+    raw, text, doc = tomlfile.read(path, PlanError, "plan")
     where = _Lines(text)
 
     def fail(line, problem):

@@ -6,10 +6,10 @@ import datetime
 import os
 import re
 import subprocess
-import tomllib
 
 from ftstation import line
 from ftstation import plan as plans
+from ftstation import tomlfile
 from ftstation.console import FTSIM
 from ftstation.db import check_serial
 
@@ -22,9 +22,8 @@ TRANSPORTS = ("simulated", "serial", "spawn")
 NOT_SETUP = {"new", "run", "exec", "view", "help", "station"}
 
 
-class StationFileError(Exception):
-    def __init__(self, path, line, problem):
-        super().__init__(f"{path}:{line}: {problem}" if line else f"{path}: {problem}")
+class StationFileError(tomlfile.FileError):
+    pass
 
 
 @dataclasses.dataclass
@@ -102,17 +101,7 @@ def ftsim_verbs(ftsim=FTSIM):
 def load(path, verbs=None):
     """Reads and checks a station file; `verbs`: the ftsim verbs (asked of
     ./ftsim when not given)."""
-    try:
-        with open(path, "rb") as f:
-            text = f.read().decode()
-    except (OSError, UnicodeDecodeError) as e:
-        raise StationFileError(path, None, f"cannot read the station file: {e}") from None
-    try:
-        doc = tomllib.loads(text)
-    except tomllib.TOMLDecodeError as e:
-        m = re.search(r"\(at line (\d+), column \d+\)$", str(e))
-        raise StationFileError(path, m[1] if m else 1,
-                               re.sub(r"\s*\(at line.*$", "", str(e))) from None
+    _, text, doc = tomlfile.read(path, StationFileError, "station file")
     where = _Lines(text)
     folder = os.path.dirname(os.path.abspath(path))
 
