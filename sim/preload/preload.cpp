@@ -50,6 +50,22 @@ void track(int fd, const DeviceNode *node) {
     g_fd_nodes[fd].store(node);
 }
 
+// A closed descriptor of a node that checks its reads keeps its node, marked
+// closed: a read that was on its way in when another thread closed it still
+// reaches the node's check, as a phone's read already blocked in the kernel
+// does. Any later open of that number replaces the mark.
+constexpr unsigned long long kClosed = ~0ULL;
+
+void untrack(int fd) {
+    if (fd < 0 || fd >= kMaxFds) return;
+    const DeviceNode *node = g_fd_nodes[fd].load();
+    if (node && node->read_check) {
+        g_fd_inodes[fd].store(kClosed);
+        return;
+    }
+    track(fd, nullptr);
+}
+
 // Mappings of nodes whose release is a change, by address: a program maps its
 // framebuffer once or twice, never more than a handful of times at once.
 constexpr int kMaxMaps = 16;
@@ -83,6 +99,13 @@ const DeviceNode *node_of(int fd) {
     const DeviceNode *node = g_fd_nodes[fd].load();
     if (node && g_fd_inodes[fd].load() != inode_of(fd)) return nullptr;
     return node;
+}
+
+const DeviceNode *closed_node_of(int fd) {
+    if (fd < 0 || fd >= kMaxFds || g_fd_inodes[fd].load() != kClosed) return nullptr;
+    struct stat st;
+    if (fstat(fd, &st) == 0 || errno != EBADF) return nullptr;
+    return g_fd_nodes[fd].load();
 }
 
 bool map_path(const char *path, std::string &stand_in, const DeviceNode **node) {
@@ -271,7 +294,7 @@ int close(int fd) {
     using Fn = int (*)(int);
     static Fn real = next<Fn>("close");
     bool change = preload::release_is_change(preload::node_of(fd));
-    preload::track(fd, nullptr);
+    preload::untrack(fd);
     int result = real(fd);
     if (change) sim::note_change();
     return result;
@@ -323,6 +346,7 @@ ssize_t read(int fd, void *buf, size_t count) {
     using Fn = ssize_t (*)(int, void *, size_t);
     static Fn real = next<Fn>("read");
     const DeviceNode *node = preload::node_of(fd);
+    if (!node) node = preload::closed_node_of(fd);
     if (!node || !node->read_check) return real(fd, buf, count);
     if (node->read_check(fd) != 0) return -1;
     ssize_t n = real(fd, buf, count);
