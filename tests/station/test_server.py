@@ -231,16 +231,12 @@ BAD_STATIONS = [
      ":7: fixture 2: a second fixture named 'A'"),
     ('[station]\nplan = "plan.toml"\n[[fixture]]\nname = "A"\n',
      ":3: fixture 1: A: give one transport: simulated = true, serial = DEVICE or spawn = [ARGV]"),
-    ('[station]\nplan = "plan.toml"\n' + FIXTURE + 'spawn = ["ft"]\n',
-     ":3: fixture 1: A: two transports (simulated and spawn)"),
     ('[station]\nplan = "nosuch.toml"\n' + FIXTURE, ":2: no plan "),
     ('[station]\nid = "x"\n' + FIXTURE, ":1: [station] has no plan"),
     ('[station]\nplan = "plan.toml"\n' + FIXTURE + 'sim_setup = ["unplugg display"]\n',
      ":6: fixture 1: sim_setup: 'unplugg' is no ftsim verb a fixture can set up"),
     ('[station]\nplan = "plan.toml"\n' + FIXTURE.replace('"A"', '"A B"'),
      ":4: fixture 1: name 'A B' holds ' '"),
-    ('[station]\nplan = "plan.toml"\n[line]\nlease = 8\ndatabase = "postgresql://ft:pw@db/l"\n'
-     + FIXTURE, ":5: the line database's URL holds a password: give it in PGPASSWORD"),
     ('[station]\nplan = "plan.toml"\n[line]\ndatabase = "postgresql://db:port/l"\n' + FIXTURE,
      ":4: the line database's URL does not parse"),
 ]
