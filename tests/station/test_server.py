@@ -88,6 +88,8 @@ def test_three_fixtures_on_the_page(tmp_path, serve, browser):
                            "serial_pattern = '^SN-[A-Z0-9]+$'\n")
     s = serve(station)
     browser.get(s.url)
+    # The page draws its cards from the station's first answer.
+    until("the cards", lambda: len(browser.find_elements("css selector", "[id^=card-]")) == 3)
     card = {n: browser.find_element("id", f"card-{n}") for n in "ABC"}
     by = lambda n, sel: card[n].find_element("css selector", sel)  # noqa: E731
 
