@@ -2,7 +2,6 @@
 the phone's Bluetooth stack, as a station sees them."""
 import os
 import subprocess
-import time
 
 import pexpect
 import pytest
