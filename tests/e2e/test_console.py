@@ -81,10 +81,6 @@ PIPED_TEXT = [
     (b"production\nprogram write phonesn A\x10 1\nproduction\n",
      b"ft>production\nFactory Mode\nft>program write phonesn A\x10 1\nPASS\n"
      b"ft>production\nFactory Mode\nft>"),
-    # A scanner's group separator inside a serial; bytes above 0x7F as they are.
-    (b"program write phonesn AB\x1dCD\x80\xff\nprogram read phonesn\n",
-     b"ft>program write phonesn AB\x1dCD\x80\xff\nPASS\n"
-     b'ft>program read phonesn\nSN_UNIT = "AB\x1dCD\x80\xff"\nft>'),
     # CR LF and a lone CR end lines; 0x04 first in a line is text, not the end.
     (b"program write hwver 7\r\nprogram read hwver\r\x04\x7f\x08\x12\nprogram read hwver",
      b"ft>program write hwver 7\nPASS\nft>program read hwver\nHW_VER = \"7\"\n"

@@ -130,8 +130,6 @@ RUNS = [
      ["0600 factory.key", "0600 factorySeed"]),
     ("openssl fails", True, lambda p: p.fault("tool", "openssl"), misc("Unable to generate PKCS12"),
      DATE + SEED + REISSUE[:4] + IDENTITY[:1], []),
-    ("export fails", False, lambda p: p.fault("tool", "openssl:pkcs12"),
-     misc("Unable to generate PKCS12"), MKDIRS + SEED + OPENSSL[:3] + SCRATCH + IDENTITY[:1], []),
     ("export fails, issued", True, lambda p: p.fault("tool", "openssl:pkcs12"),
      misc("Unable to generate PKCS12"), DATE + SEED + REISSUE[:4] + SCRATCH + IDENTITY[:1], []),
     ("thumbprint refused", False, lambda p: p.fault("tool", "openssl:x509"),

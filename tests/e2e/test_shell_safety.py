@@ -20,7 +20,6 @@ LABEL = "/reserved/regulatoryLabels/regulatory_info.png"
 # (command line with {w} where the operator word goes, tool's record with {w},
 #  what the console prints, with {q} for the word as quoted on the shell line)
 COMMANDS = [
-    ("warn {w} u p in.wav 1 2 out.wav", "audio_warn.sh <{w}> <u> <p> <in.wav> <1> <2> <out.wav>", ""),
     ("warn 10.0.0.1 u p in.wav 1 2 {w}", "audio_warn.sh <10.0.0.1> <u> <p> <in.wav> <1> <2> <{w}>", ""),
     ("get {w} p l r 10.8.0.2", "ftpget <-u> <{w}> <-p> <p> <10.8.0.2> <l> <r>",
      FAILED.format(line="ftpget -u {q} -p p 10.8.0.2 l r")),

@@ -2,7 +2,6 @@
 the phone's Bluetooth stack, as a station sees them."""
 import os
 import subprocess
-import time
 
 import pexpect
 import pytest
@@ -127,7 +126,6 @@ RADIO_FAULTS = [
     ([("fault", "bt-call", "interface")],
      [("bt init", "btTestInit: bt_if is NULL\n"), ("bt off", "BT not initialized!\nFAIL\n")], QUIT),
     ([("fault", "bt-call", "init")], [("bt init", "")], QUIT),
-    ([("fault", "bt-call", "set_os_callouts")], [INIT, ("bt on", "BT not initialized!\nFAIL\n")], QUIT),
     ([("fault", "bt-call", "disable@1")], [INIT, ON, ("bt off", "FAIL\n")], "BT state changed: OFF\n" + QUIT),
     ([("fault", "bt-call", "get_adapter_property")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
     ([("fault", "bt-call", "start_discovery")],
@@ -143,7 +141,6 @@ RADIO_FAULTS = [
     ([("fault", "bt-late", "6000")], [INIT, ("bt mac_get", "FAIL\n"), ("bt on", NO_BUFFER + "FAIL\n")], QUIT),
     ([("fault", "modules-unreadable")],
      [("bt init", NO_DRIVER), ("wifi start", NO_LIST + "ft: WiFi started.\n")], NO_LIST + QUIT),
-    ([("fault", "mbtchar0-missing")], [("bt init", NO_DRIVER)], QUIT),
     # Modules a boot left loaded: a driver whose node or interface never came.
     ([("set", "boot-modules", "mlan,sd8xxx,mbt8xxx"), ("fault", "mbtchar0-missing")],
      [("bt init", NO_DRIVER), ("wifi mac_get", "ft : WiFi service already running.\n"
