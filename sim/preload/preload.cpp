@@ -350,7 +350,9 @@ ssize_t read(int fd, void *buf, size_t count) {
     if (!node || !node->read_check) return real(fd, buf, count);
     if (node->read_check(fd) != 0) return -1;
     ssize_t n = real(fd, buf, count);
-    if (n >= 0) {
+    // Data that came, or a descriptor closed between the check and the read:
+    // the node judges both again.
+    if (n >= 0 || errno == EBADF) {
         int saved = errno;
         if (node->read_check(fd) != 0) return -1;
         errno = saved;
