@@ -15,7 +15,6 @@ struct FakeRadio {
     std::vector<std::string> listed;               // module names, in load order
     std::vector<std::string> calls;                // "init_module NAME PARAMS", "delete_module NAME"
     std::set<std::string> busy, stuck, missing;
-    bool char_device = true;
 
     // Stack.
     BtCallbacks *callbacks = nullptr;

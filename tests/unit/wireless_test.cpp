@@ -78,33 +78,6 @@ TEST_F(Radio, WifiStartAndStopThroughTheModuleList) {
     }
 }
 
-TEST_F(Radio, WifiMacAndScanStartWifiFirst) {
-    // No address file on this host: the start is reported, then the failure.
-    EXPECT_EQ(run("wifi mac_get"), "ft: WiFi started.\nFAIL\nft: Err getting WiFi MAC address \n");
-    EXPECT_EQ(run("wifi scan"), "ft : WiFi service already running.\nft: Initiating wifi scan... \n"
-                                "ft: Done, check AP list above. \n");
-    EXPECT_EQ(shell_calls(), (std::vector<std::string>{"ip link set wlan0 up", "iwlist wlan0 scan"}));
-    EXPECT_EQ(radio().now_us, 1000000u);
-}
-
-TEST_F(Radio, BtInitFailuresStillRunTheAddressLoader) {
-    struct Case {
-        const char *broken;
-        const char *out;
-    } cases[] = {
-        {"node", "ERROR: failed to load BT driver!\n"},
-        {"image", "insmod(): failed to load file\nERROR: failed to load BT driver!\n"},
-    };
-    for (const Case &c : cases) {
-        SetUp();
-        if (std::string(c.broken) == "node") radio().char_device = false;
-        else radio().missing.insert("mbt8xxx");
-        EXPECT_EQ(run("bt init"), c.out) << c.broken;
-        EXPECT_EQ(shell_calls(), std::vector<std::string>{"/system/bin/bd_addr_loader"});
-        EXPECT_EQ(run("bt on"), "BT not initialized!\nFAIL\n");
-    }
-}
-
 // Properties as the stack hands them: the RSSI in one signed byte.
 struct Found {
     uint8_t address[6];
