@@ -7,7 +7,7 @@ import zlib
 
 import pytest
 
-from conftest import REPO, Phone, ftsim, startup, transcript
+from conftest import BUILD, REPO, Phone, ftsim, startup, transcript
 
 TIMING = "/proc/device-tree/soc/i2c@9844000/dvo_to_mipi@E/display-timings/timing/"
 BLACK, RED, GREEN, BLUE, WHITE = (0, 0, 0), (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 255)
@@ -49,7 +49,7 @@ PANELS = [
 @pytest.mark.parametrize("options,thirds,corner,at_start", PANELS, ids=["800x480", "321x241x16"])
 def test_patterns_draw_exact_pixels(tmp_path, options, thirds, corner, at_start):
     w, h = map(int, options[1].split("x"))
-    build = os.environ.get("FTSIM_BUILD_DIR", os.path.join(REPO, "build", "host"))
+    build = os.environ.get(f"FTSIM_BUILD_DIR_{BUILD.upper()}", os.path.join(REPO, "build", BUILD))
     with open(os.path.join(build, "display", "digit_images.cpp")) as f:   # as the build made them
         words = [int(v, 16) for v in re.findall(r"0x([0-9A-F]{6}),", f.read())]
 
