@@ -1,15 +1,13 @@
 """The station library: replies split into output, verdict and events, over a
-scripted stand-in and over real consoles on a pipe, a terminal and a serial line."""
-import contextlib
+scripted stand-in and over real consoles on a pipe and a terminal."""
 import os
-import subprocess
 import sys
 import threading
 import time
 
 import pytest
 
-from conftest import FTSIM, REPO, ftsim
+from conftest import REPO, ftsim
 from ftstation import Console, ConsoleTimeout, verdict
 
 sys.path.insert(0, os.path.join(REPO, "sim"))
@@ -103,31 +101,12 @@ def test_an_event_that_never_comes_times_out():
         Console(Script()).wait_event("JACK", 0.2)
 
 
-@contextlib.contextmanager
-def connected(how, phone, tmp_path):
-    if how == "serial":
-        # A serial line: a pty pair, its far end on the console's terminal.
-        line = str(tmp_path / "ttyS0")
-        relay = subprocess.Popen(["socat", f"pty,raw,echo=0,link={line}",
-                                  f"EXEC:{FTSIM} run {phone},pty,setsid,ctty,stderr"])
-        deadline = time.monotonic() + 10
-        while not os.path.exists(line) and time.monotonic() < deadline:
-            time.sleep(0.02)
-        try:
-            yield Console.serial(line)
-        finally:
-            relay.terminate()
-            relay.wait()
-    else:
-        yield Console.simulated(phone, terminal=how == "terminal")
-
-
-@pytest.mark.parametrize("how", ["pipe", "terminal", "serial"])
-def test_session_over_each_transport(how, phone, tmp_path):
-    with connected(how, phone, tmp_path) as c:
-        if how != "serial":      # a serial line may join after the start-up lines
-            assert c.banner == ("Opening watchdog file at /dev/watchdog ... "
-                                "Disabling watchdog timer.\n")
+# A serial line is the station server's test: a phone on the far end of a pty pair.
+@pytest.mark.parametrize("terminal", [False, True], ids=["pipe", "terminal"])
+def test_session_over_each_transport(terminal, phone):
+    with Console.simulated(phone, terminal=terminal) as c:
+        assert c.banner == ("Opening watchdog file at /dev/watchdog ... "
+                            "Disabling watchdog timer.\n")
         values = {"ethaddr": "00:11:22:33:44:55", "phonesn": "SN 7"}
         wrote = c.program(values)
         assert (wrote.ok, wrote.values) == (True, values)
@@ -139,7 +118,7 @@ def test_session_over_each_transport(how, phone, tmp_path):
         assert identity.fields["Serial#"] == "SN 7" and len(identity.thumbprint) == 95
         end = c.run("production 1", ends_console=True)
         assert (end.lines, end.ended, end.status) == (
-            ["Production Mode Enabled", "Rebooting..."], True, None if how == "serial" else 0)
+            ["Production Mode Enabled", "Rebooting..."], True, 0)
 
 
 def test_events_during_commands_never_reach_their_output(phone):

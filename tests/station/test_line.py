@@ -13,10 +13,10 @@ import time
 import psycopg
 import pytest
 
-from conftest import FTSTATION, REPO, ftstation, plan_text
+from conftest import FTSTATION, REPO, ftstation, plan_text, write_runs
 from test_server import serve, until  # noqa: F401 -- the fixture
 from ftstation import db as stationdb
-from ftstation import leases, line
+from ftstation import line
 from ftstation.linemacs import LineMacs
 from ftstation.uploader import Uploader
 from pgcluster import Cluster
@@ -48,33 +48,20 @@ def q(url, sql, *args):
 
 
 def finished_runs(records, n, serial="SN", steps=3, station="st", fail=False, base=0x8000):
-    """n finished runs written straight into RECORDS/station.db, each with its
-    steps and a measurement, and a unit each; with `fail`, step 2 fails."""
-    stationdb.StationDB(records).close()
-    conn = leases.open_local(records)
-    measured = conn.execute("SELECT 1 FROM sqlite_master WHERE name = 'measurement'").fetchone()
-    conn.execute("BEGIN")
-    ids = []
-    for k in range(n):
-        run_id = f"{serial}-{k:05d}-0000-0000-000000000000"
-        ids.append(run_id)
-        started = f"2026-11-24T10:{k // 60 % 60:02d}:{k % 60:02d}.{k:06d}Z"
-        conn.execute("INSERT INTO unit (serial, mac, mac_index, first_seen) VALUES (?, ?, ?, ?)",
-                     (f"{serial}{k}", stationdb.mac_text(FIRST + base + k), base + k, started))
-        conn.execute("INSERT INTO run (id, serial, fixture, station, started, ended, result, mac) "
-                     "VALUES (?, ?, 'A', ?, ?, ?, ?, ?)",
-                     (run_id, f"{serial}{k}", station, started, started, "FAIL" if fail else "PASS",
-                      stationdb.mac_text(FIRST + base + k)))
-        for i in range(1, steps + 1):
-            conn.execute("INSERT INTO step (run_id, idx, name, verdict, duration, output) "
-                         "VALUES (?, ?, ?, ?, 0.5, 'PASS')",
-                         (run_id, i, f"step {i}", "FAIL" if fail and i == 2 else "PASS"))
-        if measured:
-            conn.execute("INSERT INTO measurement (run_id, step_idx, name, value, unit, verdict) "
-                         "VALUES (?, 1, 'ping_rtt_avg', ?, 'ms', 'PASS')", (run_id, k % 7))
-    conn.execute("COMMIT")
-    conn.close()
-    return ids
+    """n finished runs, each with its steps, a measurement and a unit of its
+    own; with `fail`, step 2 fails."""
+    runs = [{"id": f"{serial}-{k:05d}-0000-0000-000000000000", "serial": f"{serial}{k}",
+             "fixture": "A", "station": station, "result": "FAIL" if fail else "PASS",
+             "start": f"2026-11-24T10:{k // 60 % 60:02d}:{k % 60:02d}.{k:06d}Z",
+             "mac": stationdb.mac_text(FIRST + base + k), "mac_index": base + k,
+             "steps": [{"name": f"step {i}", "verdict": "FAIL" if fail and i == 2 else "PASS",
+                        "measurements": [{"name": "ping_rtt_avg", "value": k % 7, "unit": "ms",
+                                          "verdict": "PASS"}] if i == 1 else []}
+                       for i in range(1, steps + 1)]} for k in range(n)]
+    for r in runs:
+        r["end"] = r["start"]
+    write_runs(records, runs)
+    return [r["id"] for r in runs]
 
 
 def test_bad_connections_each_give_their_one_line_and_the_grants_do(tmp_path, cluster, url,

@@ -6,14 +6,12 @@ import json
 import os
 import random
 import re
-import sqlite3
 import statistics
 import uuid
 
 import pytest
 
-from conftest import REPO, ftstation
-from ftstation import db as stationdb
+from conftest import REPO, ftstation, write_runs
 from pages import chromium
 
 T0 = datetime.datetime(2026, 11, 2, 6, 0, tzinfo=datetime.timezone.utc)
@@ -70,22 +68,6 @@ def run(serial, station, fixture, result, failed, minutes, seconds, rnd=None):
             "verdict": "PASS" if (low is None or v >= low) and (high is None or v <= high)
             else "FAIL"})
     return r
-
-
-def write_rows(records, runs):
-    stationdb.StationDB(records).close()         # the schema, as a station makes it
-    with sqlite3.connect(os.path.join(records, "station.db")) as conn:
-        for r in runs:
-            conn.execute("INSERT INTO run (id, serial, fixture, station, plan, started, ended, "
-                         "result) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
-                         (r["id"], r["serial"], r["fixture"], r["station"], r["plan"], r["start"],
-                          r["end"], r["result"]))
-            for i, s in enumerate(r["steps"], 1):
-                conn.execute("INSERT INTO step (run_id, idx, name, verdict) VALUES (?, ?, ?, ?)",
-                             (r["id"], i, s["name"], s["verdict"]))
-                conn.executemany("INSERT INTO measurement VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
-                                 [(r["id"], i, m["name"], m["value"], m["unit"], m["low"],
-                                   m["high"], m["verdict"]) for m in s["measurements"]])
 
 
 # ---- the figures, computed the plain way ------------------------------------------
@@ -158,7 +140,7 @@ def station(tmp_path_factory):
     tmp = tmp_path_factory.mktemp("report")
     records = str(tmp / "records")
     runs = edge_runs() + scattered_runs()
-    write_rows(records, runs)
+    write_runs(records, runs)
     return os.path.join(records, "station.db"), runs, tmp
 
 
