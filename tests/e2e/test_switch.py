@@ -1,8 +1,8 @@
 """The Ethernet port commands and the l2 switch diagnostics, on the simulated switch."""
+import tomllib
+
 from conftest import ftsim, golden, startup, transcript
 from test_network import Console, status
-
-ENUM = "ENUM NOT FOUND!"
 
 
 def err(who, call_errno):
@@ -11,82 +11,18 @@ def err(who, call_errno):
     return f"{who} ERROR: ret=-1, errno={number} {text}\n"
 
 
-# The dumps of the simulated switch at its defaults.
-COUNTERS = golden("l2_counters.txt")
-VLAN = golden("l2_vlan.txt")
-RULES = golden("l2_rules.txt")
-GREEN = "\nGetGreenEthernetPort(): proprietary Realtek feature, for 1000Mbit only .\n"
-SET_GREEN = "\nSetGreenEthernetPort(): proprietary Realtek feature, for 1000Mbit only .\n"
+def l2_commands():
+    """(line, on a working switch, the call faulted [:errno], its failure, with
+    values outside their enumerations (None: the command reads none))."""
+    dumps = {"counters": golden("l2_counters.txt"), "vlan": golden("l2_vlan.txt"),
+             "rules": golden("l2_rules.txt")}
+    text = lambda c, key: c[key].format(**dumps) if key in c else None  # noqa: E731
+    return [(c["line"], text(c, "works"), c["fault"], text(c, "fails"), text(c, "out_of_range"))
+            for c in tomllib.loads(golden("l2_commands.toml"))["command"]]
 
-# (line, on a working switch, the call faulted [:errno], its failure, with values
-# outside their enumerations (None: the command reads none)).
-L2 = [
-    ("l2resetSettings", "\nReset configuration of L2 Switch to its defaults....l2resetSettings() PASS\n",
-     "L2Switch_ResetSettings", "rltkFTResetSettings() FAIL: L2Switch_ResetSettings() \n", None),
-    ("l2portCntrs 1", COUNTERS + "\nFTportCntrs(): PASS\n",
-     "L2Switch_portCntrs:EBUSY", err("rltkFTportCntrs()", "EBUSY"), None),
-    ("l2portResetCntrs all", "\nrltkFTportResetCntrs(): PASS\n",
-     "L2Switch_portResetCntrs", err("rltkFTportResetCntrs()", "EIO"), None),
-    ("l2getmac 1", "\nMac Addr: 00:11:22:33:44:66\nPASS\n",
-     "L2Switch_GetMacAddr", "rltkFTGetMac() FAIL: L2Switch_GetMacAddr()\n", None),
-    ("l2printMacTable", "PASS... Please check dmesg for output\n",
-     "L2Switch_print_mac_table", "rltkFTPrintMacTable() FAIL: L2Switch_print_mac_table()\n", None),
-    ("l2getRegValue 91a", "PASS... rltkFTGetRegValue: 11\n",
-     "L2Switch_GetRegValue", "rltkFTGetRegValue() FAIL: L2Switch_GetRegValue()\n", None),
-    ("l2getPhyRegValue 1 4", "PASS... rltkFTGetPhyRegValue: phyReg[4]= 0x00000de1.\n",
-     "L2Switch_GetPhyRegValue", "rltkFTGetPhyRegValue() FAIL: L2Switch_GetPhyRegValue()\n", None),
-    ("l2Init 0", "\nrltkFTEarlyInit() call L2Switch_EarlyInit(MDIX disable) !!\nrltkFTEarlyInit() PASS\n",
-     "L2Switch_EarlyInit", "\nrltkFTEarlyInit() call L2Switch_EarlyInit(MDIX disable) !!\n"
-                           "rltkFTEarlyInit() FAIL: L2Switch_EarlyInit() \n", None),
-    ("l2setAutoMDIX 1 0", "Setting autoMDIXPort port=1 to (L2SW_AUTO_MDIX_DISABLED)\nPASS\n",
-     "L2Switch_SetAutoMDIXPort", "Setting autoMDIXPort port=1 to (L2SW_AUTO_MDIX_DISABLED)\n"
-                                 + err("rltkFTsetAutoMDIX()", "EIO"), None),
-    ("l2getAutoMDIX 1", "\nGot autoMDIXPort port=1 autoMDIXPort=(L2SW_AUTO_MDIX_DISABLED)\nPASS\n",
-     "L2Switch_GetAutoMDIXPort", err("rltkFTgetAutoMDIX()", "EIO"),
-     f"\nGot autoMDIXPort port=1 autoMDIXPort=({ENUM})\nPASS\n"),
-    ("l2setLinkStatus 2 2", "Setting LinkStatus port=1024 to (2)L2SW_LINK_DOWN\nPASS\n",
-     "L2Switch_SetLinkStatus:ETIMEDOUT", "Setting LinkStatus port=1024 to (2)L2SW_LINK_DOWN\n"
-                                         + err("rltkFTsetLinkStatus()", "ETIMEDOUT"), None),
-    ("l2getLinkStatus 1", "\nGetting linkStatus port=1 link status:(L2SW_LINK_UP)\nPASS\n",
-     "L2Switch_GetLinkStatus", err("rltkFTgetLinkStatus()", "EIO"),
-     f"\nGetting linkStatus port=1 link status:({ENUM})\nPASS\n"),
-    ("l2setLinkMode 2 6", "Setting linkMode to port=1024 to (6)L2SW_LINK_MODE_1000_FULL\nPASS\n",
-     "L2Switch_SetLinkMode", "Setting linkMode to port=1024 to (6)L2SW_LINK_MODE_1000_FULL\n"
-                             + err("rltkFTsetLinkMode()", "EIO"), None),
-    ("l2getLinkMode 1", "\nGetting linkMode:  port=1   linkMode:(L2SW_LINK_MODE_AUTO)\n"
-                        "Getting actualMode:port=1 actualMode:(L2SW_LINK_MODE_1000_FULL)\nPASS\n",
-     "L2Switch_GetLinkMode", err("rltkFTgetLinkMode()", "EIO"),
-     f"\nGetting linkMode:  port=1   linkMode:({ENUM})\nGetting actualMode:port=1 actualMode:({ENUM})\nPASS\n"),
-    ("l2GetPVID 2", "\nGetPVID on port=2 vlanID:(1)\nPASS\n",
-     "L2Switch_GetPVID", err("rltkFTgetPVID()", "EIO"), None),
-    ("l2GetPortPriority 1", "\nPortPriority on port=1 priority:(0)\nPASS\n",
-     "L2Switch_GetPortPriority", err("rltkFTgetPortPriority()", "EIO"), None),
-    ("l2GetVlan_mbrCfg 100", VLAN + "\nl2getVlanMbrCfg PASS\n",
-     "L2Switch_VlanMbrCfg", err("rltkFTgetVlanMbrCfg()", "EIO"), None),
-    ("l2ShowAllRules", RULES + "PASS\n", "L2Switch_ShowAllRules", err("rltkFTshowAllRules()", "EIO"), None),
-    ("l2DelAllRules", "PASS\n", "L2Switch_DelAllRules", err("rltkFTdelAllRules()", "EIO"), None),
-    ("l2GetGreenEthernetPort",
-     GREEN + "\nGreen Ethernet mode :0 \n\nGreen Ethernet mode L2SW_GREEN_ETHERNET_DISABLED \nPASS\n",
-     "L2Switch_GetGreenEthernetPort", GREEN + err("rltkFTGetGreenEthernetPort()", "EIO"),
-     GREEN + "\nGreen Ethernet mode :2 \n\nGreen Ethernet mode :error !!! \n"),
-    ("l2SetGreenEthernetPort 1", SET_GREEN + "Setting Set Green Ethernet to GREEN_ETHERNET_ENABLED.\nPASS\n",
-     "L2Switch_SetGreenEthernetPort", SET_GREEN + "Setting Set Green Ethernet to GREEN_ETHERNET_ENABLED.\n"
-                                      + err("SetGreenEthernetPort()", "EIO"), None),
-    ("l2GetEEEPort 0", "\nGet EEE on Port=0 eeeMode:(L2SW_EEE_DISABLED)\nPASS\n",
-     "L2Switch_GetEEEPort", err("rltkFTGetEEEPort()", "EIO"), f"\nGet EEE on Port=0 eeeMode:({ENUM})\nPASS\n"),
-    ("l2SetEEEPort 0 1", "Setting EEE on port=0 to (L2SW_EEE_ENABLED)\nPASS\n",
-     "L2Switch_SetEEEPort", "Setting EEE on port=0 to (L2SW_EEE_ENABLED)\n" + err("rltkFTSetEEEPort()", "EIO"),
-     None),
-    ("l2rgmiiDelayExt_set 2 1 3", "Setting rgmiiDelayExt on port=2 to (txDelay=1) and (rxDelay=3)\nPASS\n",
-     "L2Switch_rgmiiDelayExt_set", "Setting rgmiiDelayExt on port=2 to (txDelay=1) and (rxDelay=3)\n"
-                                   + err("rltkFTrgmiiDelayExt_set()", "EIO"), None),
-    ("l2getSSC", "\nspread frequency (SSC) for Ethernet Switch : L2SW_SSC_DISABLED \nPASS\n",
-     "L2Switch_GetSSC", err("rltkFTl2getSSC()", "EIO"),
-     f"\nspread frequency (SSC) for Ethernet Switch : {ENUM} \nPASS\n"),
-    ("l2setSSC 1", "Setting SSC to (L2SW_SSC_ENABLED)\nPASS\n",
-     "L2Switch_SetSSC", "Setting SSC to (L2SW_SSC_ENABLED)\n" + err("rltkFTl2setSSC()", "EIO"), None),
-    ("ethled on", "PASS\n", "L2SW_EthernetLedTest", "FAIL\n", None),
-]
+
+L2 = l2_commands()
+
 # What the out-of-range rows read: console port 1 is switch port 2, port 0 is port 1.
 OUT_OF_RANGE = {"port2.mdix": "7", "port2.link_status": "9", "port2.link_mode": "12",
                 "port2.actual_mode": "-1", "port1.eee": "2", "green": "2", "ssc": "5"}
