@@ -2,6 +2,7 @@
 the phone's Bluetooth stack, as a station sees them."""
 import os
 import subprocess
+import tomllib
 
 import pexpect
 import pytest
@@ -113,62 +114,20 @@ def test_bluetooth_session(phone, tmp_path):
         assert f.read() == "bd_addr_loader \n"
 
 
-INIT = ("bt init", "BT interface initialized\n")
-NO_DRIVER = "ERROR: failed to load BT driver!\n"
-NO_LIST = "Could not open /proc/modules: Permission denied"
-ON = ("bt on", "BT state changed: ON\n")
-STOP_FAIL = "ft: Err stopping WiFi service errno = 11\nFAIL\nft : Err: failed to stop WiFi service, retry.\n"
-NO_BUFFER = "BT adapter_properties_callback: bt_addr_buf == NULL!\n"
 # (ftsim verbs that break the radios, the lines and their replies, what shut-down prints).
-RADIO_FAULTS = [
-    ([("fault", "bt-hal-missing")], [("bt init", "ERROR: failed to load BT HAL library!\n")], QUIT),
-    ([("fault", "bt-enable-error")], [INIT, ("bt on", "FAIL\n")], QUIT),
-    ([("fault", "bt-call", "interface")],
-     [("bt init", "btTestInit: bt_if is NULL\n"), ("bt off", "BT not initialized!\nFAIL\n")], QUIT),
-    ([("fault", "bt-call", "init")], [("bt init", "")], QUIT),
-    ([("fault", "bt-call", "disable@1")], [INIT, ON, ("bt off", "FAIL\n")], "BT state changed: OFF\n" + QUIT),
-    ([("fault", "bt-call", "get_adapter_property")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
-    ([("fault", "bt-call", "start_discovery")],
-     [INIT, ("bt scan", "BT state changed: ON\nBT state changed: OFF\n")], QUIT),
-    ([("fault", "bt-props", "bad-status")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
-    ([("fault", "bt-props", "no-address")], [INIT, ("bt mac_get", "FAIL\n")], QUIT),
-    ([("fault", "bt-props", "unsolicited")], [INIT, ("bt on", NO_BUFFER + "BT state changed: ON\n")],
-     "BT state changed: OFF\n" + QUIT),
-    ([("fault", "bt-device-no-address"), ("set", "bt-discovery-ms", "300"), ("bt", "devices", None)],
-     [INIT, ("bt scan", "BT state changed: ON\nBT discovery STARTED\nBT discovery STOPPED\n"
-                        "BT state changed: OFF\n")], QUIT),
-    # Callbacks after the wait gave up: the address comes while `bt on` waits in vain.
-    ([("fault", "bt-late", "6000")], [INIT, ("bt mac_get", "FAIL\n"), ("bt on", NO_BUFFER + "FAIL\n")], QUIT),
-    ([("fault", "modules-unreadable")],
-     [("bt init", NO_DRIVER), ("wifi start", NO_LIST + "ft: WiFi started.\n")], NO_LIST + QUIT),
-    # Modules a boot left loaded: a driver whose node or interface never came.
-    ([("set", "boot-modules", "mlan,sd8xxx,mbt8xxx"), ("fault", "mbtchar0-missing")],
-     [("bt init", NO_DRIVER), ("wifi mac_get", "ft : WiFi service already running.\n"
-                                               "FAIL\nft: Err getting WiFi MAC address \n")],
-     "ft: WiFi stopped.\n"),
-    ([("fault", "module-missing", "mbt8xxx")], [("bt init", "insmod(): failed to load file\n" + NO_DRIVER)], QUIT),
-    # No shell: Wi-Fi's steps after the driver loaded fail with a failed fork's errno.
-    ([("fault", "shell")],
-     [("wifi start", "ft: Err starting WiFi service errno = 11\n" + START_FAIL.split("\n", 1)[1]),
-      ("wifi mac_get", "ft : WiFi service already running.\nft : MAC Address\n"
-                       "FAIL\nft: Err getting WiFi MAC address \n"),
-      ("wifi scan", "ft : WiFi service already running.\nft: Initiating wifi scan... \n"
-                    "FAIL\nft: Err scanning WiFi APs\n"),
-      ("wifi stop", STOP_FAIL)], STOP_FAIL),
-    ([("fault", "cap-wifi-error"), ("fault", "cap-bt-error")], [("wifi cap", "FAIL\n"), ("bt cap", "FAIL\n")],
-     QUIT),
-]
+RADIO_FAULTS = [(c["setup"], [tuple(step) for step in c["steps"]], c["end"])
+                for c in tomllib.loads(golden("radio_faults.toml"))["case"]]
 
 
 @pytest.mark.parametrize("setup,steps,end", RADIO_FAULTS)
 def test_radio_faults(phone, tmp_path, setup, steps, end):
     for verb, *args in setup:
-        if verb == "bt":
+        if verb == "bt":          # its devices file
             args[-1] = write(tmp_path, "devices", devices(1))
         getattr(phone, verb)(*args)
     out, _ = phone.run(*[line for line, _ in steps])
     assert out == startup() + transcript(*steps) + "ft>" + end
-    if ("fault", "bt-hal-missing") in setup:
+    if ["fault", "bt-hal-missing"] in setup:
         assert module_log(phone) == ['init_module mbt8xxx "" -> 0', "delete_module mbt8xxx O_NONBLOCK|O_EXCL -> 0"]
 
 
