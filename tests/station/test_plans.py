@@ -4,11 +4,12 @@ import glob
 import json
 import os
 import subprocess
+import tomllib
 import xml.etree.ElementTree as ET
 
 import pytest
 
-from conftest import FTSIM, FTSTATION, REPO, ftstation, new_phone
+from conftest import FTSIM, FTSTATION, REPO, ftstation, new_phone, plan_text
 
 PRODUCTION = os.path.join(REPO, "station", "plans", "production.toml")
 
@@ -33,33 +34,9 @@ def run_plan(tmp_path, text, *target, unit="SN1"):
 STEP = '[[step]]\nname = "{}"\ncommand = "{}"\n'
 MEASURE = "[[step.measure]]\nname = '{}'\nregex = '{}'\n"
 
-BAD_PLANS = [
-    # (plan, extra arguments, the one line)
-    ('[[step]]\nname = "a"\ncommand = "info"\nverdict = PASS\n', (),
-     ":4: Invalid value"),
-    (STEP.format("a", "info") + STEP.format("b", "info") + 'timeout = -1\n', (),
-     ":7: step 2: timeout must be above 0"),
-    (STEP.format("a", "program write phonesn {serail}"), (),
-     ":3: step 1: unknown placeholder {serail}"),
-    (STEP.format("a", "info") + "match = 'MAC = ([0-9'\n", (),
-     ":4: step 1: match: bad regular expression"),
-    ('[mac]\nfirst = "00:00:00:00:00:FE"\nlast = "00:00:00:00:01:00"\n'
-     + STEP.format("a", "program write ethaddr {mac}"), ("--unit-index", "3"),
-     ":3: unit index 3 gives MAC 00:00:00:00:01:01, past the block's last 00:00:00:00:01:00"),
-    ("", (), ":1: the plan has no [[step]]"),
-    # Measurement tables: each refused on the line that is wrong.
-    (STEP.format("a", "ping 1") + MEASURE.format("m", "(rtt) = ([0-9.]+)"), (),
-     ":6: step 1: measurement m: the regex needs exactly one group, it has 2"),
-    (STEP.format("a", "ping 1") + MEASURE.format("m", "= ([0-9.]+)") + STEP.format("b", "ping 2")
-     + MEASURE.format("n", "= ([0-9.]+)") + MEASURE.format("m", "= ([0-9.]+)"), (),
-     ":14: step 2: a second measurement named 'm'"),
-    (STEP.format("a", "ping 1") + MEASURE.format("m", "= ([0-9.]+)") + "high = 1\nlow = 2.5\n",
-     (), ":8: step 1: measurement m: low 2.5 is above high 1.0"),
-    (STEP.format("a", "ping 1") + MEASURE.format("m", "= ([0-9.]+)") + "limit = 3\n", (),
-     ":7: step 1: unknown key 'measure.limit'"),
-    (STEP.format("a", "ping 1") + MEASURE.format("Rtt", "= ([0-9.]+)"), (),
-     ":5: step 1: measurement name 'Rtt': a lower-case letter"),
-]
+# (plan, extra arguments, the one line)
+BAD_PLANS = [(c["plan"], c["extra"], c["line"])
+             for c in tomllib.loads(plan_text("bad_plans.toml"))["case"]]
 
 
 @pytest.mark.parametrize("text, extra, line", BAD_PLANS)

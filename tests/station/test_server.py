@@ -7,6 +7,7 @@ import json
 import os
 import signal
 import subprocess
+import tomllib
 
 import pytest
 
@@ -225,23 +226,9 @@ def test_refusals_and_a_killed_server(tmp_path, serve):
     assert (run["result"], run["error"]) == ("ABORTED", "station stopped")
 
 
-FIXTURE = '[[fixture]]\nname = "A"\nsimulated = true\n'
-BAD_STATIONS = [
-    # (station file, the line after FILE)
-    ('[station]\nplan = "plan.toml"\nmode = 1\n' + FIXTURE, ":3: unknown key 'mode'"),
-    ('[station]\nplan = "plan.toml"\n' + FIXTURE + FIXTURE,
-     ":7: fixture 2: a second fixture named 'A'"),
-    ('[station]\nplan = "plan.toml"\n[[fixture]]\nname = "A"\n',
-     ":3: fixture 1: A: give one transport: simulated = true, serial = DEVICE or spawn = [ARGV]"),
-    ('[station]\nplan = "nosuch.toml"\n' + FIXTURE, ":2: no plan "),
-    ('[station]\nid = "x"\n' + FIXTURE, ":1: [station] has no plan"),
-    ('[station]\nplan = "plan.toml"\n' + FIXTURE + 'sim_setup = ["unplugg display"]\n',
-     ":6: fixture 1: sim_setup: 'unplugg' is no ftsim verb a fixture can set up"),
-    ('[station]\nplan = "plan.toml"\n' + FIXTURE.replace('"A"', '"A B"'),
-     ":4: fixture 1: name 'A B' holds ' '"),
-    ('[station]\nplan = "plan.toml"\n[line]\ndatabase = "postgresql://db:port/l"\n' + FIXTURE,
-     ":4: the line database's URL does not parse"),
-]
+# (station file, the line after FILE)
+BAD_STATIONS = [(c["station"], c["line"])
+                for c in tomllib.loads(plan_text("bad_stations.toml"))["case"]]
 
 
 def test_the_shipped_station_files_load():
