@@ -3,6 +3,7 @@ import os
 import re
 import subprocess
 
+import pexpect
 import pytest
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -95,3 +96,20 @@ def phone(tmp_path):
     r = ftsim("new", path)
     assert r.returncode == 0, r.stderr
     return Phone(str(path))
+
+
+def terminal(phone, timeout=10):
+    """The console on a terminal, at its first prompt (its start-up in `before`)."""
+    c = pexpect.spawn(FTSIM, ["run", "--build", BUILD, phone.path], encoding="utf-8",
+                      timeout=timeout, dimensions=(40, 300))
+    c.expect_exact("ft>")
+    return c
+
+
+def quit_terminal(c, prints=""):
+    """Quits a console on a terminal: what it prints on its way out, and status 0."""
+    c.sendline("quit")
+    c.expect_exact(prints.replace("\n", "\r\n"))
+    c.expect(pexpect.EOF)
+    c.close()
+    assert c.exitstatus == 0

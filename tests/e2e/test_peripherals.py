@@ -5,7 +5,7 @@ import time
 import pexpect
 import pytest
 
-from conftest import BUILD, FTSIM, QUIT, ftsim, startup, transcript
+from conftest import BUILD, QUIT, ftsim, quit_terminal, startup, terminal, transcript
 from test_network import Console
 
 PROGRESS = "Test in progress... for mem block=67108864 Bytes and 4194304 Bytes. Please wait...\n"
@@ -164,17 +164,10 @@ def test_usbrw_without_a_mount_point_or_with_the_stick_pulled(phone):
     assert "mount=" not in phone.show("usb")
 
 
-def spawn(phone):
-    c = pexpect.spawn(FTSIM, ["run", "--build", BUILD, phone.path], encoding="utf-8",
-                      timeout=20, dimensions=(40, 300))
-    c.expect_exact("ft>")
-    return c
-
-
 @pytest.mark.parametrize("how", ["terminal", "ftsim interrupt"])
 def test_ctrl_c_ends_usbrw_and_a_pulled_stick_releases_nothing(phone, how):
     phone.usb("plug", "DataTraveler")
-    c = spawn(phone)
+    c = terminal(phone, timeout=20)
     c.sendline("usbrw")
     c.expect_exact(RUNNING.replace("\n", "\r\n"))
     if how == "terminal":
@@ -186,10 +179,7 @@ def test_ctrl_c_ends_usbrw_and_a_pulled_stick_releases_nothing(phone, how):
     phone.usb("unplug")
     c.sendline("usbrw")
     c.expect_exact("usbrw\r\n" + NO_STICK.replace("\n", "\r\n") + "ft>")
-    c.sendline("quit")
-    c.expect(pexpect.EOF)
-    c.close()
-    assert c.exitstatus == 0
+    quit_terminal(c)
     assert mount_log(phone) == ([mount_call("a", "0"), UMOUNT] +
                                 [mount_call(x, "ENODEV") for x in "abcdefghijklmno"])
     assert not os.path.exists(os.path.join(phone.path, *MOUNT_POINT))
@@ -247,7 +237,7 @@ def test_camera_failures(phone):
 
 def test_camera_marker_lives_while_the_console_runs(phone):
     marker = os.path.join(phone.path, "tmp", "camhal", "ft_specialresolution.txt")
-    c = spawn(phone)
+    c = terminal(phone, timeout=20)
     assert phone.show("camhal") == "present=yes\nmarker=0777\n"
     assert os.path.getsize(marker) == 0
     c.sendline("quit")

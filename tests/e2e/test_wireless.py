@@ -4,10 +4,9 @@ import os
 import subprocess
 import tomllib
 
-import pexpect
 import pytest
 
-from conftest import BUILD, FTSIM, QUIT, REPO, golden, startup, transcript
+from conftest import BUILD, QUIT, REPO, golden, quit_terminal, startup, terminal, transcript
 
 START_FAIL = "ft: Err starting WiFi service\nFAIL\nft : Err: failed to start WiFi service, retry.\n"
 PARAMS = "reg_alpha2=00 sta_name=wlan uap_name=wlan wfd_name=wlan cal_data_cfg=none"
@@ -137,9 +136,7 @@ def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path, cancel):
         phone.fault("bt-call", "cancel_discovery")
     phone.bt("devices", write(tmp_path, "devices", devices(1)))
     phone.set("bt-discovery-ms", "30000")
-    c = pexpect.spawn(FTSIM, ["run", "--build", BUILD, phone.path], encoding="utf-8", timeout=10,
-                      dimensions=(40, 300))
-    c.expect_exact("ft>")
+    c = terminal(phone)
     c.sendline("bt init")
     c.expect_exact("ft>")
     c.sendline("bt scan")
@@ -147,8 +144,4 @@ def test_ctrl_c_ends_a_scan_on_a_terminal(phone, tmp_path, cancel):
     c.expect_exact("Desk-Phone")
     c.sendintr()
     c.expect_exact(cancel + "BT discovery STOPPED\r\nBT state changed: OFF\r\nft>")
-    c.sendline("quit")
-    c.expect_exact(QUIT.replace("\n", "\r\n"))
-    c.expect(pexpect.EOF)
-    c.close()
-    assert c.exitstatus == 0
+    quit_terminal(c, QUIT)
