@@ -2,9 +2,15 @@
 import os
 import re
 import subprocess
+import sys
 
 import pexpect
 import pytest
+
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+import pages  # noqa: E402
+
+until = pages.until      # the tests' one poller
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FTSIM = os.path.join(REPO, "ftsim")

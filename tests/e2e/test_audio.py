@@ -3,13 +3,12 @@ the playback stream received, the play-and-record script's arguments."""
 import io
 import os
 import struct
-import time
 
 import pexpect
 import pytest
 from pexpect.popen_spawn import PopenSpawn
 
-from conftest import BUILD, BUILD_STAMP, FTSIM, startup, startup_calls, transcript
+from conftest import BUILD, BUILD_STAMP, FTSIM, startup, startup_calls, transcript, until
 
 BAD_DEVICES = "<input> and <output> must contain valid values (0, 1, 2 or 3)\n"
 NOT_STARTED = "Audio Loop not started!\n"
@@ -42,13 +41,6 @@ def only(mixer, keep=None):
 
 def inputs(on=None):
     return {f"Right PGA Mixer {s} Switch": "1" if s == on else "0" for s in INPUTS}
-
-
-def wait_until(what, timeout=20):
-    end = time.monotonic() + timeout
-    while not what():
-        assert time.monotonic() < end, "the phone never got there"
-        time.sleep(0.02)
 
 
 def live(phone):
@@ -145,12 +137,12 @@ def test_quick_starts_and_stops_leave_one_player_playing_pass_after_pass(phone):
     console = live(phone)
     console.send("".join(line + "\n" for line in lines))
     # The last start has turned its output on and its player has the stream.
-    wait_until(lambda: show(phone, "mixer")["HP Playback Switch"] == "1,1" and pcm(phone) == "yes"
-               and int(pcm(phone, "bytes")) >= 3 * len(samples))
+    until("the last start playing", lambda: show(phone, "mixer")["HP Playback Switch"] == "1,1"
+          and pcm(phone) == "yes" and int(pcm(phone, "bytes")) >= 3 * len(samples), 20)
     console.send("tone 0\n")
-    wait_until(lambda: show(phone, "mixer")["HP Playback Switch"] == "0,0")
+    until("the output off", lambda: show(phone, "mixer")["HP Playback Switch"] == "0,0", 20)
     at_stop = int(pcm(phone, "bytes"))
-    wait_until(lambda: pcm(phone) == "no")
+    until("the player gone", lambda: pcm(phone) == "no", 20)
     # A player left over from an earlier start would hold the stream: "busy".
     out = finish(console)
     assert out == startup() + transcript(*[(line, "") for line in lines + ["tone 0"]], eof=True)
@@ -188,7 +180,7 @@ def test_tone_failures_print_and_a_stop_still_works(phone, setup, starts, printe
     console.send("".join(line + "\n" for line in starts))
     console.expect_exact(printed)
     console.send("tone 0\n")
-    wait_until(lambda: pcm(phone) == "no")
+    until("the player gone", lambda: pcm(phone) == "no", 20)
     out = finish(console)
     assert out.replace(printed, "") == startup() + transcript(
         *[(line, "") for line in starts + ["tone 0"]], eof=True)

@@ -4,11 +4,10 @@ import os
 import re
 import signal
 import subprocess
-import time
 
 import pytest
 
-from conftest import BUILD, FTSIM, ftsim
+from conftest import BUILD, FTSIM, ftsim, until
 
 
 def key(phone):
@@ -30,10 +29,9 @@ class Console:
         self.proc = subprocess.Popen([FTSIM, "run", "--build", BUILD, phone.path],
                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                      stderr=subprocess.PIPE, text=True)
-        deadline = time.time() + 20
-        while "present=yes" not in ftsim("show", phone.path, "eth0").stdout:
-            assert time.time() < deadline and self.proc.poll() is None, "no console came up"
-            time.sleep(0.05)
+        until("the console's eth0", lambda: self.proc.poll() is not None
+              or "present=yes" in ftsim("show", phone.path, "eth0").stdout, 20)
+        assert self.proc.poll() is None, "no console came up"
 
     def end(self):
         out, err = self.proc.communicate(timeout=20)

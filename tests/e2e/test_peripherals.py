@@ -1,11 +1,10 @@
 """Flash and RAM tests, the USB port and sticks, the camera, through ./ftsim."""
 import os
-import time
 
 import pexpect
 import pytest
 
-from conftest import BUILD, QUIT, ftsim, quit_terminal, startup, terminal, transcript
+from conftest import BUILD, QUIT, ftsim, quit_terminal, startup, terminal, transcript, until
 from test_network import Console
 
 PROGRESS = "Test in progress... for mem block=67108864 Bytes and 4194304 Bytes. Please wait...\n"
@@ -152,10 +151,7 @@ def test_usbrw_without_a_mount_point_or_with_the_stick_pulled(phone):
     c = Console(phone)
     c.proc.stdin.write("usbrw\n")
     c.proc.stdin.flush()
-    deadline = time.time() + 20
-    while mount_call("a", "0") not in mount_log(phone):
-        assert time.time() < deadline, "usbrw never mounted the stick"
-        time.sleep(0.05)
+    until("usbrw mounting the stick", lambda: mount_call("a", "0") in mount_log(phone), 20)
     phone.usb("unplug")
     out, _, status = c.end()
     assert (out, status) == (startup() + transcript(("usbrw", RUNNING + "Error: Input/output error"),
