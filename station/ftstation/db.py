@@ -89,6 +89,7 @@ MIGRATIONS = [
 
 RUN_COLUMNS = ("id", "serial", "fixture", "station", "operator", "plan", "plan_sha256", "software",
                "started", "ended", "result", "error", "mac", "record", "junit")
+MEASUREMENT_COLUMNS = ("run_id", "step_idx", "name", "value", "unit", "low", "high", "verdict")
 
 
 class DatabaseError(Exception):

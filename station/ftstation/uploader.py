@@ -24,7 +24,7 @@ BACKOFF_MAX = 60.0           # the longest wait after a failed upload
 RUN = ("id", "station", "serial", "fixture", "operator", "plan", "plan_sha256", "software",
        "started", "ended", "result", "error", "mac", "record", "junit")
 STEP = ("run_id", "idx", "name", "command", "verdict", "duration", "output", "note")
-MEASUREMENT = ("run_id", "step_idx", "name", "value", "unit", "low", "high", "verdict")
+MEASUREMENT = stationdb.MEASUREMENT_COLUMNS
 UNIT = ("serial", "mac", "mac_index", "first_seen")
 TYPES = {"idx": "integer", "step_idx": "integer", "mac_index": "bigint",
          "duration": "double precision", "value": "double precision",
