@@ -128,8 +128,6 @@ class Uploader:
                 return None
             ids = [r[0] for r in runs]
             marks = ", ".join("?" * len(ids))
-            measured = self._local.execute("SELECT 1 FROM sqlite_master WHERE type = 'table' "
-                                           "AND name = 'measurement'").fetchone()
             runs = [(r[0], r[1] or self.station, *r[2:]) for r in runs]
             with conn.transaction():
                 _copy(conn, "unit", UNIT, units, f", {_quote(conn, self.station)}", "station")
@@ -138,10 +136,9 @@ class Uploader:
                 _copy(conn, "run", RUN, runs)
                 _copy(conn, "step", STEP, self._local.execute(
                     f"SELECT {', '.join(STEP)} FROM step WHERE run_id IN ({marks})", ids))
-                if measured:
-                    _copy(conn, "measurement", MEASUREMENT, self._local.execute(
-                        f"SELECT {', '.join(MEASUREMENT)} FROM measurement "
-                        f"WHERE run_id IN ({marks})", ids))
+                _copy(conn, "measurement", MEASUREMENT, self._local.execute(
+                    f"SELECT {', '.join(MEASUREMENT)} FROM measurement "
+                    f"WHERE run_id IN ({marks})", ids))
         found = {}
         for serial, mac, held_serial, held_mac in held:
             conflict = line.conflict_of(serial, mac, [(held_serial, held_mac)])
