@@ -143,6 +143,23 @@ def _seconds(started, ended):
         return None
 
 
+@contextlib.contextmanager
+def transaction(conn, path):
+    """A write transaction on `conn`, a connection to the station database at
+    `path` (BEGIN IMMEDIATE: a read inside it may decide the write), committed
+    whole or rolled back; an SQLite error is one DatabaseError."""
+    try:
+        conn.execute("BEGIN IMMEDIATE")
+        yield conn
+        conn.execute("COMMIT")
+    except BaseException as e:
+        if conn.in_transaction:          # some errors roll back by themselves
+            conn.execute("ROLLBACK")
+        if isinstance(e, sqlite3.Error):
+            raise DatabaseError(f"{path}: {e}") from e
+        raise
+
+
 class _Flock:
     """An exclusive flock on one file, taken within a deadline (or not at all when
     `wait` is 0). The open file keeps it: closing the descriptor lets it go."""
@@ -243,19 +260,9 @@ class StationDB:
 
     @contextlib.contextmanager
     def transaction(self):
-        """A write transaction (BEGIN IMMEDIATE: a read inside it may decide the
-        write), committed whole or rolled back, under the object's lock."""
-        with self._lock:
-            try:
-                self.conn.execute("BEGIN IMMEDIATE")
-                yield self.conn
-                self.conn.execute("COMMIT")
-            except BaseException as e:
-                if self.conn.in_transaction:     # some errors roll back by themselves
-                    self.conn.execute("ROLLBACK")
-                if isinstance(e, sqlite3.Error):
-                    raise DatabaseError(f"{self.path}: {e}") from e
-                raise
+        """A write transaction on the object's connection, under its lock."""
+        with self._lock, transaction(self.conn, self.path) as conn:
+            yield conn
 
     def _write(self, sql, args=()):
         """One statement in its own transaction; the rows it returns."""

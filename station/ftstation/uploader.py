@@ -8,6 +8,7 @@ them uploaded in station.db only after the line committed. A crash anywhere
 leaves a batch that is sent again, and stored once. A unit the line holds with
 another MAC, or a MAC the line holds for another serial, is a conflict: kept in
 station.db and shown until someone settles it."""
+import os
 import threading
 import time
 
@@ -43,6 +44,7 @@ class Uploader:
         self.url, self.station, self.block, self.link = line.check_url(url), station, block, link
         self.batch, self.on_change = batch, on_change
         self._local = leases.open_local(records)          # the uploading thread's
+        self._path = os.path.join(records, "station.db")
         self._lock = threading.Lock()
         self._reader = leases.open_local(records)         # what the station shows
         self._reading = threading.Lock()
@@ -111,9 +113,9 @@ class Uploader:
                              "ON CONFLICT DO NOTHING", self.block)
                 conn.execute("UPDATE mac_block SET next = greatest(next, %s) "
                              "WHERE first = %s AND last = %s", (before + 1, *self.block))
-        with self._lock:
-            leases.write(self._local, [("INSERT OR REPLACE INTO line_state (key, value) "
-                                        "VALUES ('joined', ?)", (stationdb.utc_now(),))])
+        with self._lock, stationdb.transaction(self._local, self._path) as local:
+            local.execute("INSERT OR REPLACE INTO line_state (key, value) VALUES ('joined', ?)",
+                          (stationdb.utc_now(),))
 
     def _batch(self, conn):
         """One transaction on the line; None when nothing was left to send. Steps
@@ -144,16 +146,15 @@ class Uploader:
             conflict = line.conflict_of(serial, mac, [(held_serial, held_mac)])
             if conflict:
                 found.setdefault(serial, []).append((mac, conflict))
-        now = stationdb.utc_now()
-        statements = [(f"UPDATE run SET uploaded = ? WHERE id IN ({marks})", [now, *ids])]
-        for serial, *_ in units:
-            statements.append(("UPDATE unit SET on_line = ? WHERE serial = ?",
-                               ("conflict" if serial in found else "yes", serial)))
-        for serial, conflicts in found.items():
-            for mac, conflict in conflicts:
-                statements.append(leases.record_conflict(self._local, serial, mac, conflict))
-        with self._lock:
-            leases.write(self._local, statements)
+        with self._lock, stationdb.transaction(self._local, self._path) as local:
+            local.execute(f"UPDATE run SET uploaded = ? WHERE id IN ({marks})",
+                          [stationdb.utc_now(), *ids])
+            for serial, *_ in units:
+                local.execute("UPDATE unit SET on_line = ? WHERE serial = ?",
+                              ("conflict" if serial in found else "yes", serial))
+            for serial, conflicts in found.items():
+                for mac, conflict in conflicts:
+                    leases.record_conflict(local, serial, mac, conflict)
         return len(runs)
 
     # --- the background thread ------------------------------------------------------
