@@ -118,7 +118,7 @@ def load(path, verbs=None):
     if not isinstance(station, dict):
         fail(1, "the file has no [station] table")
     for key, value in station.items():
-        _check_type(STATION_KEYS, key, value, lambda p, k=key: fail(where.station(k), p))
+        tomlfile.check_type(STATION_KEYS, key, value, lambda p, k=key: fail(where.station(k), p))
     station_id = station.get("id") or os.uname().nodename
     if "plan" not in station:
         fail(where.station(), "[station] has no plan")
@@ -169,7 +169,7 @@ def _line(raw, bad):
     if not isinstance(raw, dict):
         bad(None, "line is a table: [line]")
     for key, value in raw.items():
-        _check_type(LINE_KEYS, key, value, lambda p, key=key: bad(key, p))
+        tomlfile.check_type(LINE_KEYS, key, value, lambda p, key=key: bad(key, p))
     if "database" not in raw:
         bad(None, "[line] has no database")
     try:
@@ -182,19 +182,11 @@ def _line(raw, bad):
     return settings
 
 
-def _check_type(allowed, key, value, bad):
-    if key not in allowed:
-        bad(f"unknown key {key!r}")
-    kind = allowed[key]
-    if not isinstance(value, kind) or (isinstance(value, bool) and kind != bool):
-        bad(f"{key} has the wrong type")
-
-
 def _fixture(raw, bad, here):
     if not isinstance(raw, dict):
         bad("a fixture is a table")
     for key, value in raw.items():
-        _check_type(FIXTURE_KEYS, key, value, lambda p, key=key: bad(p, key))
+        tomlfile.check_type(FIXTURE_KEYS, key, value, lambda p, key=key: bad(p, key))
     name = raw.get("name")
     if not name:
         bad("has no name")
