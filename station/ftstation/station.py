@@ -13,7 +13,6 @@ import time
 
 from ftstation import db as stationdb
 from ftstation import line
-from ftstation import plan as plans
 from ftstation import session
 from ftstation.console import FTSIM, Console, StationError
 from ftstation.linemacs import LineMacs
@@ -63,6 +62,7 @@ class Slot:
         self.step = self.steps = self.done = 0
         self.step_name = self.result = self.error = self.prompt = None
         self.failures = []
+        self.sim = []                 # the ftsim verbs of the running step's action
         self.measurements = []        # of the steps done, as the runner records them
         self.answer = None            # the operator's Done (True) or Failed (False)
         self.abort = self.thread = self.console = None
@@ -242,13 +242,12 @@ class Station:
             return console, what
 
         try:
-            steps = plans.load(self.config.plan, serial, 0, self.config.id).steps
             record = session.run_unit(
                 self.db, self.config.plan, serial=serial, connect=connect,
                 simulated=simulated and not fixture.ask_operator, fixture=fixture.name,
                 station=self.config.id, records=self.config.records, progress=_Null(),
                 on_event=lambda kind, **data: self._on_event(slot, kind, data),
-                confirm=lambda prompt: self._ask(slot, prompt, steps, phone),
+                confirm=lambda prompt: self._ask(slot, prompt, phone),
                 abort=slot.abort)
         except Exception as e:  # noqa: BLE001 -- a refusal, or a run the session ended itself
             record = {"result": "ABORTED" if slot.abort.is_set() else "FAIL",
@@ -288,7 +287,7 @@ class Station:
                 self._refresh()           # the run is in the history from its start
             elif kind == "step":
                 slot.step, slot.steps = data["i"], data.get("n", slot.steps)
-                slot.step_name = data.get("name")
+                slot.step_name, slot.sim = data.get("name"), data.get("sim", [])
             elif kind == "step_done":
                 outcome = data["step"]
                 slot.step, slot.done = data["i"], data["i"]
@@ -299,7 +298,7 @@ class Station:
                 return
             self._announce()
 
-    def _ask(self, slot, prompt, steps, phone):
+    def _ask(self, slot, prompt, phone):
         """An operator's action, on the fixture's card: True for Done. On a
         simulated phone, Done then carries the action out with its ftsim verbs."""
         with self.lock:
@@ -310,8 +309,8 @@ class Station:
             ok = bool(slot.answer) and not slot.abort.is_set()
             slot.state, slot.prompt, slot.answer = "running", None, None
             self._announce()
-        if ok and phone and 0 < slot.step <= len(steps):
-            for words in steps[slot.step - 1].sim:
+        if ok and phone:
+            for words in slot.sim:
                 verb, *args = words.split()
                 self._ftsim(verb, phone, *args)
         return ok
