@@ -202,8 +202,8 @@ def _fixture(raw, bad, here):
     for key in ("sim_setup", "ask_operator"):
         if key in raw and fixture.transport != "simulated":
             bad(f"{name}: {key} is for a simulated fixture", key)
-    for line in raw.get("sim_setup", []):
-        words = line.split() if isinstance(line, str) else []
+    for entry in raw.get("sim_setup", []):
+        words = entry.split() if isinstance(entry, str) else []
         if not words:
             bad(f"{name}: sim_setup holds ftsim verbs, such as \"unplug display\"", "sim_setup")
         fixture.sim_setup.append(words)
