@@ -86,6 +86,7 @@ class Station:
         self.changed = threading.Condition(self.lock)
         self.version = 0
         self.stopping = False
+        self._starting = {}           # fixture -> serial, while its start finds the MAC
         self._db_lock = threading.Lock()      # the page's own reading connection
         self.db = stationdb.StationDB(config.records)   # safe to share between threads
         self.uploader = self.link = None
@@ -162,11 +163,17 @@ class Station:
         with self.lock:
             if self.stopping:
                 raise Refused(409, "the station is stopping")
-            if slot.state in BUSY:
-                raise Refused(409, f"fixture {name} is busy with {slot.serial}")
-            for other in self.slots.values():
-                if other.state in BUSY and other.serial == serial:
-                    raise Refused(409, f"{serial} is under way on fixture {other.fixture.name}")
+            under_way = {s.fixture.name: s.serial for s in self.slots.values() if s.state in BUSY}
+            under_way.update(self._starting)
+            if name in under_way:
+                raise Refused(409, f"fixture {name} is busy with {under_way[name]}")
+            for other, held in under_way.items():
+                if held == serial:
+                    raise Refused(409, f"{serial} is under way on fixture {other}")
+            self._starting[name] = serial
+        try:
+            # The MAC is found without the station's lock: with a line it may
+            # wait for the line's database, and the page's calls must not.
             mac = None
             if self.config.mac_block:
                 try:
@@ -176,14 +183,21 @@ class Station:
                 except stationdb.DatabaseError as e:
                     raise Refused(503, str(e)) from None
             fresh = not self._query("SELECT 1 FROM run WHERE serial = ? LIMIT 1", (serial,))
-            slot.reset()
-            slot.state, slot.serial, slot.mac = "running", serial, mac
-            slot.abort = Abort()
-            slot.thread = threading.Thread(target=self._run, args=(slot, serial, fresh),
-                                           name=f"fixture-{name}", daemon=True)
-            slot.thread.start()
-            self._announce()
-            return {"fixture": name, "serial": serial, "mac": mac, "state": slot.state}
+            with self.lock:
+                if self.stopping:
+                    raise Refused(409, "the station is stopping")
+                slot.reset()
+                slot.state, slot.serial, slot.mac = "running", serial, mac
+                slot.abort = Abort()
+                slot.thread = threading.Thread(target=self._run, args=(slot, serial, fresh),
+                                               name=f"fixture-{name}", daemon=True)
+                slot.thread.start()
+                self._announce()
+                return {"fixture": name, "serial": serial, "mac": mac, "state": slot.state}
+        finally:
+            with self.lock:
+                del self._starting[name]
+                self.changed.notify_all()     # a stopping station waits for the starts
 
     def confirm(self, name, ok):
         slot = self._slot(name)
@@ -203,13 +217,16 @@ class Station:
     def stop(self):
         """Ends every run under way as ABORTED ("station stopped"), then lets go
         of the database and the records folder."""
+        deadline = time.monotonic() + STOP_WAIT
         with self.lock:
             self.stopping = True
             busy = [s for s in self.slots.values() if s.state in BUSY]
             for slot in busy:
                 self._abort(slot, "station stopped")
             self._announce()          # the event streams end
-        deadline = time.monotonic() + STOP_WAIT
+            # A start still finding its MAC is refused once it has it; the
+            # database stays open for it until then.
+            self.changed.wait_for(lambda: not self._starting, STOP_WAIT)
         for slot in busy:
             slot.thread.join(max(0.1, deadline - time.monotonic()))
         if self.uploader:
