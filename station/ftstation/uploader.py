@@ -54,9 +54,6 @@ class Uploader:
 
     # --- what the station shows ---------------------------------------------------
 
-    def queued(self):
-        return self.status()["queued"]
-
     def status(self):
         """What the header and /api/status show; the last answer once stopped."""
         with self._reading:
