@@ -89,6 +89,7 @@ MIGRATIONS = [
 
 RUN_COLUMNS = ("id", "serial", "fixture", "station", "operator", "plan", "plan_sha256", "software",
                "started", "ended", "result", "error", "mac", "record", "junit")
+MEASUREMENT_COLUMNS = ("run_id", "step_idx", "name", "value", "unit", "low", "high", "verdict")
 
 
 class DatabaseError(Exception):
@@ -140,6 +141,23 @@ def _seconds(started, ended):
         return round((parse(ended) - parse(started)).total_seconds(), 3)
     except ValueError:
         return None
+
+
+@contextlib.contextmanager
+def transaction(conn, path):
+    """A write transaction on `conn`, a connection to the station database at
+    `path` (BEGIN IMMEDIATE: a read inside it may decide the write), committed
+    whole or rolled back; an SQLite error is one DatabaseError."""
+    try:
+        conn.execute("BEGIN IMMEDIATE")
+        yield conn
+        conn.execute("COMMIT")
+    except BaseException as e:
+        if conn.in_transaction:          # some errors roll back by themselves
+            conn.execute("ROLLBACK")
+        if isinstance(e, sqlite3.Error):
+            raise DatabaseError(f"{path}: {e}") from e
+        raise
 
 
 class _Flock:
@@ -242,19 +260,9 @@ class StationDB:
 
     @contextlib.contextmanager
     def transaction(self):
-        """A write transaction (BEGIN IMMEDIATE: a read inside it may decide the
-        write), committed whole or rolled back, under the object's lock."""
-        with self._lock:
-            try:
-                self.conn.execute("BEGIN IMMEDIATE")
-                yield self.conn
-                self.conn.execute("COMMIT")
-            except BaseException as e:
-                if self.conn.in_transaction:     # some errors roll back by themselves
-                    self.conn.execute("ROLLBACK")
-                if isinstance(e, sqlite3.Error):
-                    raise DatabaseError(f"{self.path}: {e}") from e
-                raise
+        """A write transaction on the object's connection, under its lock."""
+        with self._lock, transaction(self.conn, self.path) as conn:
+            yield conn
 
     def _write(self, sql, args=()):
         """One statement in its own transaction; the rows it returns."""

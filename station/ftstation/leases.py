@@ -52,6 +52,13 @@ def remaining(conn, first, last):
                         (first, last)).fetchone()[0]
 
 
+def record_conflict(conn, serial, mac, conflict):
+    """Keeps a conflict the line reported; kept until someone settles it by hand."""
+    kind, holder = conflict
+    conn.execute("INSERT OR IGNORE INTO line_conflict (serial, mac, kind, holder, found) "
+                 "VALUES (?, ?, ?, ?, ?)", (serial, mac, kind, holder, stationdb.utc_now()))
+
+
 def open_local(records):
     """A connection of our own to RECORDS/station.db (the StationDB has made
     and migrated it), for the line's bookkeeping."""
@@ -59,25 +66,6 @@ def open_local(records):
                            isolation_level=None, check_same_thread=False)
     conn.execute(f"PRAGMA busy_timeout = {int(stationdb.TIMEOUT * 1000)}")
     return conn
-
-
-def write(conn, statements):
-    """Several statements in one transaction."""
-    conn.execute("BEGIN IMMEDIATE")
-    try:
-        for sql, args in statements:
-            conn.execute(sql, args)
-        conn.execute("COMMIT")
-    except BaseException:
-        conn.execute("ROLLBACK")
-        raise
-
-
-def record_conflict(conn, serial, mac, conflict):
-    """Keeps a conflict the line reported; kept until someone settles it by hand."""
-    kind, holder = conflict
-    return ("INSERT OR IGNORE INTO line_conflict (serial, mac, kind, holder, found) "
-            "VALUES (?, ?, ?, ?, ?)", (serial, mac, kind, holder, stationdb.utc_now()))
 
 
 def conflicts(conn):

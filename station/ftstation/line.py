@@ -14,6 +14,7 @@ import psycopg
 import psycopg.conninfo
 
 from ftstation import migrations
+from ftstation.db import mac_text
 
 CONNECT_TIMEOUT = 3          # seconds a connect may take
 STATEMENT_TIMEOUT = 60_000   # milliseconds any statement may take
@@ -210,10 +211,6 @@ def check_schema(conn, url):
     if version != LATEST:
         raise LineError(f"the line database {describe(url)} is at schema version {version}, "
                         f"this station needs {LATEST}: run ./ftstation line-init")
-
-
-def mac_text(number):
-    return ":".join(f"{number:012X}"[i:i + 2] for i in range(0, 12, 2))
 
 
 def take_lease(conn, station, first, last, count, after=-1):

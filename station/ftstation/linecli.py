@@ -64,16 +64,18 @@ def upload(args, p):
         p.error("give STATION.toml, or --records DIR and --line URL")
     stationdb.StationDB(records).close()          # made and brought up to date
     uploader = Uploader(records, url, station, block, batch=max(1, args.batch))
+    failed = False
     try:
-        went = uploader.drain()
+        uploader.drain()
     except line.LineError as e:
         print(f"ftstation: {e}", file=sys.stderr)
-        print(f"{uploader.went} runs uploaded, {uploader.queued()} left")
-        return 1
+        failed = True
     finally:
         status = uploader.status()
         uploader.stop()
-    print(f"{went} runs uploaded, {status['queued']} left")
+    print(f"{uploader.went} runs uploaded, {status['queued']} left")
+    if failed:
+        return 1
     for c in status["conflicts"]:
         print(f"conflict: {c['text']} (found {c['found']})")
     return 0

@@ -1,11 +1,12 @@
 """MACs from the line: LineMacs puts the line's database in front of the
 station database. A serial the line knows takes the line's MAC, a new serial's
 MAC goes to the line as its run starts, and a used-up lease is renewed."""
+import os
 import threading
 
 from ftstation import db as stationdb
 from ftstation import line
-from ftstation.leases import held, open_local, record_conflict, remaining, write
+from ftstation.leases import held, open_local, record_conflict, remaining
 
 PASS_OVER = 64               # addresses held elsewhere that one new unit may pass over
 
@@ -17,7 +18,7 @@ class LineMacs:
 
     def __init__(self, db, records, link, station, lease):
         self._db, self.link, self.station, self.lease = db, link, station, lease
-        self._local = open_local(records)
+        self._local, self._path = open_local(records), os.path.join(records, "station.db")
         self._local_lock = threading.Lock()
         self._leasing = threading.Lock()
 
@@ -60,9 +61,8 @@ class LineMacs:
             if conflict and conflict[0] == "mac" and index is None and passed < PASS_OVER:
                 # The line holds this address for a unit another station gave it
                 # before it joined: pass it over, as a used one.
-                with self._local_lock:
-                    write(self._local, [("DELETE FROM unit WHERE serial = ? AND mac = ?",
-                                         (serial, mac))])
+                with self._local_lock, stationdb.transaction(self._local, self._path) as conn:
+                    conn.execute("DELETE FROM unit WHERE serial = ? AND mac = ?", (serial, mac))
                 passed += 1
                 continue
             self._mark(serial, mac, conflict)
@@ -100,18 +100,15 @@ class LineMacs:
                 what = "no MAC lease yet" if fresh else "the station's MAC leases are used up"
                 raise stationdb.MacError(f"{what}, and the line cannot give one: {e}; "
                                          f"no MAC for {serial}") from None
-            with self._local_lock:
-                write(self._local, [("INSERT INTO lease (line_lease, block_first, block_last, "
-                                     "first_index, last_index, next_index, taken) "
-                                     "VALUES (?, ?, ?, ?, ?, ?, ?)",
-                                     (lease, first, last, start, end, start,
-                                      stationdb.utc_now()))])
+            with self._local_lock, stationdb.transaction(self._local, self._path) as conn:
+                conn.execute("INSERT INTO lease (line_lease, block_first, block_last, first_index, "
+                             "last_index, next_index, taken) VALUES (?, ?, ?, ?, ?, ?, ?)",
+                             (lease, first, last, start, end, start, stationdb.utc_now()))
 
     def _mark(self, serial, mac, conflict):
         """The unit is on the line (or in conflict with it): no need to register it."""
-        statements = [("UPDATE unit SET on_line = ? WHERE serial = ?",
-                       ("conflict" if conflict else "yes", serial))]
-        if conflict:
-            statements.append(record_conflict(self._local, serial, mac, conflict))
-        with self._local_lock:
-            write(self._local, statements)
+        with self._local_lock, stationdb.transaction(self._local, self._path) as conn:
+            conn.execute("UPDATE unit SET on_line = ? WHERE serial = ?",
+                         ("conflict" if conflict else "yes", serial))
+            if conflict:
+                record_conflict(conn, serial, mac, conflict)

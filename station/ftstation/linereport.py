@@ -12,12 +12,11 @@ from ftstation import line
 
 FETCH = 5000                 # rows a server-side cursor hands over at a time
 
-RUN = ("id", "serial", "fixture", "station", "operator", "plan", "plan_sha256", "software",
-       "started", "ended", "result", "error", "mac", "record", "junit")
+RUN = stationdb.RUN_COLUMNS
 # The report reads a step only when it failed (the Pareto); the passing ones,
 # nearly all of them, stay on the line.
 STEP = ("run_id", "idx", "name", "verdict", "duration", "note")
-MEASUREMENT = ("run_id", "step_idx", "name", "value", "unit", "low", "high", "verdict")
+MEASUREMENT = stationdb.MEASUREMENT_COLUMNS
 PERIOD = ("started >= %(since)s AND started < %(until)s "
           "AND (%(plan)s::text IS NULL OR plan = %(plan)s) "
           "AND (%(station)s::text IS NULL OR station = %(station)s)")

@@ -131,7 +131,7 @@ def load(path, unit=None, unit_index=0, station="", date=""):
         if key not in TABLES or not isinstance(value, dict):
             fail(where.table(key) if key in TABLES else 1, f"unknown key or table {key!r}")
         for k, v in value.items():
-            _check_type(TABLES[key], k, v, lambda p, k=k: fail(where.table(key, k), p))
+            tomlfile.check_type(TABLES[key], k, v, lambda p, k=k: fail(where.table(key, k), p))
 
     # "-mac" (no placeholder can have that name) says why {mac} may have no value.
     values = {"serial": unit, "station": station, "date": date, "mac": None, "mac_plain": None,
@@ -184,14 +184,6 @@ def load(path, unit=None, unit_index=0, station="", date=""):
     return Plan(path, name, steps, values, block, hashlib.sha256(raw).hexdigest())
 
 
-def _check_type(allowed, key, value, bad, table=""):
-    if key not in allowed:
-        bad(f"unknown key {table + key!r}")
-    kind = allowed[key]
-    if not isinstance(value, kind) or (isinstance(value, bool) and kind != bool):
-        bad(f"{table + key} has the wrong type")
-
-
 def _fill(text, values, bad, key, regex=False):
     """The text with its placeholders filled in (escaped for a regular expression)."""
     def one(m):
@@ -208,7 +200,7 @@ def _fill(text, values, bad, key, regex=False):
 
 def _step(raw, defaults, values, bad, bad_measure):
     for key, value in raw.items():
-        _check_type(STEP_KEYS, key, value, lambda p, key=key: bad(p, key))
+        tomlfile.check_type(STEP_KEYS, key, value, lambda p, key=key: bad(p, key))
     if not raw.get("name"):
         bad("has no name")
     step = Step(name=raw["name"],
@@ -253,8 +245,8 @@ def _step(raw, defaults, values, bad, bad_measure):
     if "action" in raw:
         action = raw["action"]
         for key, value in action.items():
-            _check_type(ACTION_KEYS, key, value, lambda p, key=key: bad(p, "action." + key),
-                        "action.")
+            tomlfile.check_type(ACTION_KEYS, key, value,
+                                lambda p, key=key: bad(p, "action." + key), "action.")
         if not action.get("prompt"):
             bad("an action needs the operator's prompt", "action")
         step.prompt = _fill(action["prompt"], values, bad, "action.prompt")
@@ -280,7 +272,7 @@ def _measure(raw, values, bad):
     if not isinstance(raw, dict):
         bad("a measurement is a table")
     for key, value in raw.items():
-        _check_type(MEASURE_KEYS, key, value, lambda p, key=key: bad(p, key), "measure.")
+        tomlfile.check_type(MEASURE_KEYS, key, value, lambda p, key=key: bad(p, key), "measure.")
     name = raw.get("name", "")
     if not ms.NAME.fullmatch(name):
         bad(f"measurement name {name!r}: a lower-case letter, then letters, digits or _", "name")

@@ -3,6 +3,7 @@ and the station's JSON API, over the standard library's HTTP server. Every
 request goes to the Station object; this layer checks who asks and renders."""
 import argparse
 import datetime
+import functools
 import hmac
 import json
 import os
@@ -84,8 +85,7 @@ class Handler(BaseHTTPRequestHandler):
         if not self.allowed(query_token=page_side):
             return
         if path == "/":
-            with open(PAGE, "rb") as f:
-                return self.reply(200, "text/html; charset=utf-8", f.read())
+            return self.reply(200, "text/html; charset=utf-8", operator_page())
         if path == "/events":
             return self.events()
         if path == "/report":
@@ -183,6 +183,13 @@ class Handler(BaseHTTPRequestHandler):
                 self.wfile.flush()
         except OSError:
             pass             # the page went away
+
+
+@functools.cache
+def operator_page():
+    """station.html, read at its first request and kept."""
+    with open(PAGE, "rb") as f:
+        return f.read()
 
 
 class Server(ThreadingHTTPServer):

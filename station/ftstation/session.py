@@ -88,10 +88,10 @@ def run_unit(db, plan_path, *, serial, connect, simulated, fixture=None, station
     the files' paths under "record" and "junit"). Refusals (ValueError for the
     serial, PlanError, MacError) come before the run is in the database and
     before anything is sent to the phone. `on_event(kind, **data)`, from the
-    running thread: "start" (id, mac, n), "step" (i, n, name) before each step,
-    "step_done" (i, n, step: the step's record) and "end" (record). `abort`
-    (.is_set(), .reason) is looked at between steps: the run then ends ABORTED
-    with the reason."""
+    running thread: "start" (id, mac, n), "step" (i, n, name, sim: the ftsim
+    verbs of its action) before each step, "step_done" (i, n, step: the step's
+    record) and "end" (record). `abort` (.is_set(), .reason) is looked at
+    between steps: the run then ends ABORTED with the reason."""
     emit = on_event or (lambda kind, **data: None)
     started = stationdb.utc_now()
     serial, plan = check(plan_path, serial, unit_index, station, started[:10])
@@ -121,7 +121,8 @@ def run_unit(db, plan_path, *, serial, connect, simulated, fixture=None, station
         emit("start", id=run_id, mac=record["mac"], n=len(plan.steps))
         console, record["console"] = connect()
         runner.run(console, plan, simulated, outcomes, identity, progress,
-                   before=lambda i, n, step: emit("step", i=i, n=n, name=step.name),
+                   before=lambda i, n, step: emit("step", i=i, n=n, name=step.name,
+                                                  sim=step.sim),
                    after=after, ask=confirm, abort=abort)
     except StationError as e:
         record["error"] = str(e)

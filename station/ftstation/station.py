@@ -13,7 +13,6 @@ import time
 
 from ftstation import db as stationdb
 from ftstation import line
-from ftstation import plan as plans
 from ftstation import session
 from ftstation.console import FTSIM, Console, StationError
 from ftstation.linemacs import LineMacs
@@ -63,6 +62,7 @@ class Slot:
         self.step = self.steps = self.done = 0
         self.step_name = self.result = self.error = self.prompt = None
         self.failures = []
+        self.sim = []                 # the ftsim verbs of the running step's action
         self.measurements = []        # of the steps done, as the runner records them
         self.answer = None            # the operator's Done (True) or Failed (False)
         self.abort = self.thread = self.console = None
@@ -86,6 +86,7 @@ class Station:
         self.changed = threading.Condition(self.lock)
         self.version = 0
         self.stopping = False
+        self._starting = {}           # fixture -> serial, while its start finds the MAC
         self._db_lock = threading.Lock()      # the page's own reading connection
         self.db = stationdb.StationDB(config.records)   # safe to share between threads
         self.uploader = self.link = None
@@ -162,11 +163,17 @@ class Station:
         with self.lock:
             if self.stopping:
                 raise Refused(409, "the station is stopping")
-            if slot.state in BUSY:
-                raise Refused(409, f"fixture {name} is busy with {slot.serial}")
-            for other in self.slots.values():
-                if other.state in BUSY and other.serial == serial:
-                    raise Refused(409, f"{serial} is under way on fixture {other.fixture.name}")
+            under_way = {s.fixture.name: s.serial for s in self.slots.values() if s.state in BUSY}
+            under_way.update(self._starting)
+            if name in under_way:
+                raise Refused(409, f"fixture {name} is busy with {under_way[name]}")
+            for other, held in under_way.items():
+                if held == serial:
+                    raise Refused(409, f"{serial} is under way on fixture {other}")
+            self._starting[name] = serial
+        try:
+            # The MAC is found without the station's lock: with a line it may
+            # wait for the line's database, and the page's calls must not.
             mac = None
             if self.config.mac_block:
                 try:
@@ -176,14 +183,21 @@ class Station:
                 except stationdb.DatabaseError as e:
                     raise Refused(503, str(e)) from None
             fresh = not self._query("SELECT 1 FROM run WHERE serial = ? LIMIT 1", (serial,))
-            slot.reset()
-            slot.state, slot.serial, slot.mac = "running", serial, mac
-            slot.abort = Abort()
-            slot.thread = threading.Thread(target=self._run, args=(slot, serial, fresh),
-                                           name=f"fixture-{name}", daemon=True)
-            slot.thread.start()
-            self._announce()
-            return {"fixture": name, "serial": serial, "mac": mac, "state": slot.state}
+            with self.lock:
+                if self.stopping:
+                    raise Refused(409, "the station is stopping")
+                slot.reset()
+                slot.state, slot.serial, slot.mac = "running", serial, mac
+                slot.abort = Abort()
+                slot.thread = threading.Thread(target=self._run, args=(slot, serial, fresh),
+                                               name=f"fixture-{name}", daemon=True)
+                slot.thread.start()
+                self._announce()
+                return {"fixture": name, "serial": serial, "mac": mac, "state": slot.state}
+        finally:
+            with self.lock:
+                del self._starting[name]
+                self.changed.notify_all()     # a stopping station waits for the starts
 
     def confirm(self, name, ok):
         slot = self._slot(name)
@@ -203,13 +217,16 @@ class Station:
     def stop(self):
         """Ends every run under way as ABORTED ("station stopped"), then lets go
         of the database and the records folder."""
+        deadline = time.monotonic() + STOP_WAIT
         with self.lock:
             self.stopping = True
             busy = [s for s in self.slots.values() if s.state in BUSY]
             for slot in busy:
                 self._abort(slot, "station stopped")
             self._announce()          # the event streams end
-        deadline = time.monotonic() + STOP_WAIT
+            # A start still finding its MAC is refused once it has it; the
+            # database stays open for it until then.
+            self.changed.wait_for(lambda: not self._starting, STOP_WAIT)
         for slot in busy:
             slot.thread.join(max(0.1, deadline - time.monotonic()))
         if self.uploader:
@@ -242,13 +259,12 @@ class Station:
             return console, what
 
         try:
-            steps = plans.load(self.config.plan, serial, 0, self.config.id).steps
             record = session.run_unit(
                 self.db, self.config.plan, serial=serial, connect=connect,
                 simulated=simulated and not fixture.ask_operator, fixture=fixture.name,
                 station=self.config.id, records=self.config.records, progress=_Null(),
                 on_event=lambda kind, **data: self._on_event(slot, kind, data),
-                confirm=lambda prompt: self._ask(slot, prompt, steps, phone),
+                confirm=lambda prompt: self._ask(slot, prompt, phone),
                 abort=slot.abort)
         except Exception as e:  # noqa: BLE001 -- a refusal, or a run the session ended itself
             record = {"result": "ABORTED" if slot.abort.is_set() else "FAIL",
@@ -288,7 +304,7 @@ class Station:
                 self._refresh()           # the run is in the history from its start
             elif kind == "step":
                 slot.step, slot.steps = data["i"], data.get("n", slot.steps)
-                slot.step_name = data.get("name")
+                slot.step_name, slot.sim = data.get("name"), data.get("sim", [])
             elif kind == "step_done":
                 outcome = data["step"]
                 slot.step, slot.done = data["i"], data["i"]
@@ -299,7 +315,7 @@ class Station:
                 return
             self._announce()
 
-    def _ask(self, slot, prompt, steps, phone):
+    def _ask(self, slot, prompt, phone):
         """An operator's action, on the fixture's card: True for Done. On a
         simulated phone, Done then carries the action out with its ftsim verbs."""
         with self.lock:
@@ -310,8 +326,8 @@ class Station:
             ok = bool(slot.answer) and not slot.abort.is_set()
             slot.state, slot.prompt, slot.answer = "running", None, None
             self._announce()
-        if ok and phone and 0 < slot.step <= len(steps):
-            for words in steps[slot.step - 1].sim:
+        if ok and phone:
+            for words in slot.sim:
                 verb, *args = words.split()
                 self._ftsim(verb, phone, *args)
         return ok

@@ -69,27 +69,18 @@ class _Lines:
                 return i + 1
         return None
 
-    def header(self, regex, index=0):
-        found = [i for i, l in enumerate(self.lines) if re.match(regex, l)]
-        return found[index] if index < len(found) else None
-
-    def station(self, key=None):
-        at = self.header(r"\s*\[\s*station\s*\]")
-        if at is None:
+    def _at(self, header, index, key):
+        """The line of the index-th header that matches, or of its key."""
+        found = [i for i, l in enumerate(self.lines) if re.match(header, l)]
+        if index >= len(found):
             return 1
-        return (key and self._key_after(at, key)) or at + 1
+        return (key and self._key_after(found[index], key)) or found[index] + 1
 
     def table(self, name, key=None):
-        at = self.header(r"\s*\[\s*%s\s*\]" % name)
-        if at is None:
-            return 1
-        return (key and self._key_after(at, key)) or at + 1
+        return self._at(r"\s*\[\s*%s\s*\]" % name, 0, key)
 
     def fixture(self, index, key=None):
-        at = self.header(r"\s*\[\[\s*fixture\s*\]\]", index)
-        if at is None:
-            return 1
-        return (key and self._key_after(at, key)) or at + 1
+        return self._at(r"\s*\[\[\s*fixture\s*\]\]", index, key)
 
 
 def ftsim_verbs(ftsim=FTSIM):
@@ -118,24 +109,26 @@ def load(path, verbs=None):
     if not isinstance(station, dict):
         fail(1, "the file has no [station] table")
     for key, value in station.items():
-        _check_type(STATION_KEYS, key, value, lambda p, k=key: fail(where.station(k), p))
+        tomlfile.check_type(STATION_KEYS, key, value,
+                            lambda p, k=key: fail(where.table("station", k), p))
     station_id = station.get("id") or os.uname().nodename
     if "plan" not in station:
-        fail(where.station(), "[station] has no plan")
+        fail(where.table("station"), "[station] has no plan")
     plan_path = here(station["plan"])
     if not os.path.isfile(plan_path):
-        fail(where.station("plan"), f"no plan {plan_path}")
+        fail(where.table("station", "plan"), f"no plan {plan_path}")
     try:
         loaded = plans.load(plan_path, "SN0", 0, station_id,
                             datetime.date.today().isoformat())
     except plans.PlanError as e:
-        fail(where.station("plan"), f"the plan is refused: {e}")
+        fail(where.table("station", "plan"), f"the plan is refused: {e}")
     pattern = None
     if "serial_pattern" in station:
         try:
             pattern = re.compile(station["serial_pattern"])
         except re.error as e:
-            fail(where.station("serial_pattern"), f"serial_pattern: bad regular expression: {e}")
+            fail(where.table("station", "serial_pattern"),
+                 f"serial_pattern: bad regular expression: {e}")
 
     raw_fixtures = doc.get("fixture")
     if not isinstance(raw_fixtures, list) or not raw_fixtures:
@@ -169,7 +162,7 @@ def _line(raw, bad):
     if not isinstance(raw, dict):
         bad(None, "line is a table: [line]")
     for key, value in raw.items():
-        _check_type(LINE_KEYS, key, value, lambda p, key=key: bad(key, p))
+        tomlfile.check_type(LINE_KEYS, key, value, lambda p, key=key: bad(key, p))
     if "database" not in raw:
         bad(None, "[line] has no database")
     try:
@@ -182,19 +175,11 @@ def _line(raw, bad):
     return settings
 
 
-def _check_type(allowed, key, value, bad):
-    if key not in allowed:
-        bad(f"unknown key {key!r}")
-    kind = allowed[key]
-    if not isinstance(value, kind) or (isinstance(value, bool) and kind != bool):
-        bad(f"{key} has the wrong type")
-
-
 def _fixture(raw, bad, here):
     if not isinstance(raw, dict):
         bad("a fixture is a table")
     for key, value in raw.items():
-        _check_type(FIXTURE_KEYS, key, value, lambda p, key=key: bad(p, key))
+        tomlfile.check_type(FIXTURE_KEYS, key, value, lambda p, key=key: bad(p, key))
     name = raw.get("name")
     if not name:
         bad("has no name")
@@ -217,8 +202,8 @@ def _fixture(raw, bad, here):
     for key in ("sim_setup", "ask_operator"):
         if key in raw and fixture.transport != "simulated":
             bad(f"{name}: {key} is for a simulated fixture", key)
-    for line in raw.get("sim_setup", []):
-        words = line.split() if isinstance(line, str) else []
+    for entry in raw.get("sim_setup", []):
+        words = entry.split() if isinstance(entry, str) else []
         if not words:
             bad(f"{name}: sim_setup holds ftsim verbs, such as \"unplug display\"", "sim_setup")
         fixture.sim_setup.append(words)

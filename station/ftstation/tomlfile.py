@@ -23,3 +23,13 @@ def read(path, error, what):
     except tomllib.TOMLDecodeError as e:
         m = re.search(r"\(at line (\d+), column \d+\)$", str(e))
         raise error(path, m[1] if m else 1, re.sub(r"\s*\(at line.*$", "", str(e))) from None
+
+
+def check_type(allowed, key, value, bad, table=""):
+    """Calls bad(problem) for a key not in `allowed` (key -> type or types) or
+    a value of another type (a bool is no int); `table` prefixes the key's name."""
+    if key not in allowed:
+        bad(f"unknown key {table + key!r}")
+    kind = allowed[key]
+    if not isinstance(value, kind) or (isinstance(value, bool) and kind != bool):
+        bad(f"{table + key} has the wrong type")

@@ -8,6 +8,7 @@ them uploaded in station.db only after the line committed. A crash anywhere
 leaves a batch that is sent again, and stored once. A unit the line holds with
 another MAC, or a MAC the line holds for another serial, is a conflict: kept in
 station.db and shown until someone settles it."""
+import os
 import threading
 import time
 
@@ -24,7 +25,7 @@ BACKOFF_MAX = 60.0           # the longest wait after a failed upload
 RUN = ("id", "station", "serial", "fixture", "operator", "plan", "plan_sha256", "software",
        "started", "ended", "result", "error", "mac", "record", "junit")
 STEP = ("run_id", "idx", "name", "command", "verdict", "duration", "output", "note")
-MEASUREMENT = ("run_id", "step_idx", "name", "value", "unit", "low", "high", "verdict")
+MEASUREMENT = stationdb.MEASUREMENT_COLUMNS
 UNIT = ("serial", "mac", "mac_index", "first_seen")
 TYPES = {"idx": "integer", "step_idx": "integer", "mac_index": "bigint",
          "duration": "double precision", "value": "double precision",
@@ -43,6 +44,7 @@ class Uploader:
         self.url, self.station, self.block, self.link = line.check_url(url), station, block, link
         self.batch, self.on_change = batch, on_change
         self._local = leases.open_local(records)          # the uploading thread's
+        self._path = os.path.join(records, "station.db")
         self._lock = threading.Lock()
         self._reader = leases.open_local(records)         # what the station shows
         self._reading = threading.Lock()
@@ -51,9 +53,6 @@ class Uploader:
         self._stop, self._wake, self._thread = threading.Event(), threading.Event(), None
 
     # --- what the station shows ---------------------------------------------------
-
-    def queued(self):
-        return self.status()["queued"]
 
     def status(self):
         """What the header and /api/status show; the last answer once stopped."""
@@ -111,9 +110,9 @@ class Uploader:
                              "ON CONFLICT DO NOTHING", self.block)
                 conn.execute("UPDATE mac_block SET next = greatest(next, %s) "
                              "WHERE first = %s AND last = %s", (before + 1, *self.block))
-        with self._lock:
-            leases.write(self._local, [("INSERT OR REPLACE INTO line_state (key, value) "
-                                        "VALUES ('joined', ?)", (stationdb.utc_now(),))])
+        with self._lock, stationdb.transaction(self._local, self._path) as local:
+            local.execute("INSERT OR REPLACE INTO line_state (key, value) VALUES ('joined', ?)",
+                          (stationdb.utc_now(),))
 
     def _batch(self, conn):
         """One transaction on the line; None when nothing was left to send. Steps
@@ -128,8 +127,6 @@ class Uploader:
                 return None
             ids = [r[0] for r in runs]
             marks = ", ".join("?" * len(ids))
-            measured = self._local.execute("SELECT 1 FROM sqlite_master WHERE type = 'table' "
-                                           "AND name = 'measurement'").fetchone()
             runs = [(r[0], r[1] or self.station, *r[2:]) for r in runs]
             with conn.transaction():
                 _copy(conn, "unit", UNIT, units, f", {_quote(conn, self.station)}", "station")
@@ -138,25 +135,23 @@ class Uploader:
                 _copy(conn, "run", RUN, runs)
                 _copy(conn, "step", STEP, self._local.execute(
                     f"SELECT {', '.join(STEP)} FROM step WHERE run_id IN ({marks})", ids))
-                if measured:
-                    _copy(conn, "measurement", MEASUREMENT, self._local.execute(
-                        f"SELECT {', '.join(MEASUREMENT)} FROM measurement "
-                        f"WHERE run_id IN ({marks})", ids))
+                _copy(conn, "measurement", MEASUREMENT, self._local.execute(
+                    f"SELECT {', '.join(MEASUREMENT)} FROM measurement "
+                    f"WHERE run_id IN ({marks})", ids))
         found = {}
         for serial, mac, held_serial, held_mac in held:
             conflict = line.conflict_of(serial, mac, [(held_serial, held_mac)])
             if conflict:
                 found.setdefault(serial, []).append((mac, conflict))
-        now = stationdb.utc_now()
-        statements = [(f"UPDATE run SET uploaded = ? WHERE id IN ({marks})", [now, *ids])]
-        for serial, *_ in units:
-            statements.append(("UPDATE unit SET on_line = ? WHERE serial = ?",
-                               ("conflict" if serial in found else "yes", serial)))
-        for serial, conflicts in found.items():
-            for mac, conflict in conflicts:
-                statements.append(leases.record_conflict(self._local, serial, mac, conflict))
-        with self._lock:
-            leases.write(self._local, statements)
+        with self._lock, stationdb.transaction(self._local, self._path) as local:
+            local.execute(f"UPDATE run SET uploaded = ? WHERE id IN ({marks})",
+                          [stationdb.utc_now(), *ids])
+            for serial, *_ in units:
+                local.execute("UPDATE unit SET on_line = ? WHERE serial = ?",
+                              ("conflict" if serial in found else "yes", serial))
+            for serial, conflicts in found.items():
+                for mac, conflict in conflicts:
+                    leases.record_conflict(local, serial, mac, conflict)
         return len(runs)
 
     # --- the background thread ------------------------------------------------------
