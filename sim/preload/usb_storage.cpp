@@ -92,9 +92,12 @@ bool stick_fault(FILE *f, const char *name) {
     return g_count.load() != 0 && sim::fault(name) && stick_of(f);
 }
 
-// True when `f` is a file of a stick pulled out while mounted.
+// True when `f` is a file of a stick pulled out while mounted. The mounted
+// sticks are asked first (a stat each), the file's path only once one is gone.
 bool on_pulled_stick(FILE *f) {
-    if (g_count.load() == 0) return false;
+    bool any = false;
+    for (int i = 0; i < g_count.load() && !any; ++i) any = pulled(g_mounts[i].letter);
+    if (!any) return false;
     char letter = stick_of(f);
     return letter && pulled(letter);
 }
