@@ -8,7 +8,6 @@
 
 namespace {
 
-
 struct Free {
     void operator()(void *p) const { std::free(p); }
 };

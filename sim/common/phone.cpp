@@ -48,6 +48,21 @@ bool fault(const std::string &name) {
     return ::stat(phone_path("faults/" + name).c_str(), &st) == 0;
 }
 
+bool fault_argument(const std::string &prefix, std::string &arg) {
+    DIR *d = ::opendir(phone_path("faults").c_str());
+    if (!d) return false;
+    bool found = false;
+    while (dirent *ent = ::readdir(d)) {
+        if (std::strncmp(ent->d_name, prefix.c_str(), prefix.size()) == 0) {
+            arg = ent->d_name + prefix.size();
+            found = true;
+            break;
+        }
+    }
+    ::closedir(d);
+    return found;
+}
+
 int call_fault(const std::string &name) {
     static std::mutex lock;
     static std::map<std::string, long> calls;

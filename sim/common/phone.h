@@ -15,6 +15,10 @@ std::string phone_path(const std::string &rel);
 // True while `./ftsim fault PHONE NAME` holds (a file under faults/).
 bool fault(const std::string &name);
 
+// A fault that takes its argument in its name (faults/bt-late.250 for
+// prefix "bt-late."): true while one holds, with the rest of its name in `arg`.
+bool fault_argument(const std::string &prefix, std::string &arg);
+
 // The errno a faulted library call fails with, or 0. `name` is the fault's
 // name for that call ("switch.L2Switch_GetLinkMode"); the fault is the file
 // faults/NAME[:ERRNO][@N] (ERRNO a number, EIO without it). With @N only the

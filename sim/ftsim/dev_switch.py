@@ -19,8 +19,8 @@ import re
 import sys
 
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import (DEVICES, FAULTS, HELP, RUN_HOOKS, SETTINGS, UsageError, phone_arg,
-                            register_verb)
+from ftsim.registry import (DEVICES, FAULTS, HELP, RUN_HOOKS, SETTINGS, UsageError, nth_call,
+                            phone_arg, register_verb)
 
 PORTS = (1, 2, 1024)
 # A few minutes of an office network since power-on.
@@ -160,14 +160,6 @@ def set_switch(phone, value, what):
 SETTINGS["switch."] = ("switch.KEY VALUE", set_switch)
 HELP["setting", "switch."] = "one KEY of `ftsim show PHONE switch` (reg.XXXX may be new)"
 HELP["device", "switch"] = "the L2 switch: ports by switch id, then switch-wide settings"
-
-
-def nth_call(arg):
-    """Splits "WHAT@N" into ("WHAT", "@N"); ("WHAT", "") without @N."""
-    what, at, n = arg.partition("@")
-    if at and not (n.isdigit() and int(n) > 0):
-        raise UsageError(f"@N counts calls from 1: {arg!r}")
-    return what, at + str(int(n)) if at else ""
 
 
 def fault_call(arg):

@@ -18,8 +18,8 @@ import shutil
 
 from ftsim import sandbox
 from ftsim.phone import Phone, write_atomically
-from ftsim.registry import (HELP, RUN_HOOKS, SETTINGS, UsageError, add_fault, device, phone_arg,
-                            register_verb)
+from ftsim.registry import (HELP, RUN_HOOKS, SETTINGS, UsageError, add_fault, device, nth_call,
+                            phone_arg, register_verb)
 
 MODULES = ("mlan", "sd8xxx", "mbt8xxx")
 ADDRESS = re.compile(r"[0-9A-Fa-f]{2}(:[0-9A-Fa-f]{2}){5}")
@@ -238,12 +238,10 @@ BT_PROPS = ("bad-status", "no-address", "unsolicited")
 
 
 def bt_call(arg):
-    call, at, n = arg.partition("@")
+    call, nth = nth_call(arg)
     if call not in BT_CALLS:
         raise UsageError(f"no Bluetooth stack call {call!r} (one of: {', '.join(BT_CALLS)})")
-    if at and not (n.isdigit() and int(n) > 0):
-        raise UsageError(f"@N counts calls from 1: {arg!r}")
-    return call + (f"@{int(n)}" if at else "")
+    return call + nth
 
 
 def bt_props(arg):

@@ -75,6 +75,15 @@ def register_verb(name, help, setup=None):
     return setup
 
 
+def nth_call(arg):
+    """A fault argument WHAT@N (only the Nth call of the run fails) split into
+    ("WHAT", "@N"); ("WHAT", "") without @N."""
+    what, at, n = arg.partition("@")
+    if at and not (n.isdigit() and int(n) > 0):
+        raise UsageError(f"@N counts calls from 1: {arg!r}")
+    return what, at + str(int(n)) if at else ""
+
+
 def phone_arg(parser):
     """The PHONE argument that most verbs take first: args.phone."""
     parser.add_argument("phone", metavar="PHONE", help="the phone's folder")

@@ -186,6 +186,16 @@ def _record(phone):
     return rec
 
 
+def _inner_pid(pid):
+    """Host process `pid`'s PID in its own PID namespace (a string), or None
+    for a process that is gone."""
+    try:
+        with open(f"/proc/{pid}/status") as f:
+            return next(line for line in f if line.startswith("NSpid:")).split()[-1]
+    except (OSError, StopIteration):
+        return None
+
+
 def _console_of(rec):
     """The sandbox's PID 2: the program bubblewrap started, the console."""
     sandbox = rec["sandbox"]
@@ -195,12 +205,7 @@ def _console_of(rec):
     except OSError:
         return None
     for pid in children:
-        try:
-            with open(f"/proc/{pid}/status") as f:
-                nspid = next(line for line in f if line.startswith("NSpid:")).split()
-        except (OSError, StopIteration):
-            continue
-        if nspid[-1] == "2" and _ns_inode(pid, "pid") == rec["pid_ns"] \
+        if _inner_pid(pid) == "2" and _ns_inode(pid, "pid") == rec["pid_ns"] \
                 and _ns_inode(pid, "net") == rec["net_ns"]:
             return pid
     return None
@@ -280,12 +285,11 @@ def _sandbox_group(rec, pgid):
     for name in os.listdir("/proc"):
         if not name.isdigit() or _ns_inode(name, "pid") != rec["pid_ns"]:
             continue
+        inner = _inner_pid(name)
         try:
-            with open(f"/proc/{name}/status") as f:
-                nspid = next(line for line in f if line.startswith("NSpid:")).split()
-            if nspid[-1] != "1" and os.getpgid(int(name)) == pgid:
+            if inner not in (None, "1") and os.getpgid(int(name)) == pgid:
                 pids.append(int(name))
-        except (OSError, StopIteration):
+        except OSError:
             continue     # gone meanwhile
     return pids
 

@@ -19,7 +19,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -95,13 +94,8 @@ bool call_fails(const char *call) { return sim::call_fault(std::string("bt-call.
 
 // bt-late.MS: how much later every callback comes.
 int late_ms() {
-    DIR *d = ::opendir(sim::phone_path("faults").c_str());
-    if (!d) return 0;
-    int ms = 0;
-    while (dirent *ent = ::readdir(d))
-        if (std::strncmp(ent->d_name, "bt-late.", 8) == 0) ms = std::atoi(ent->d_name + 8);
-    ::closedir(d);
-    return ms;
+    std::string ms;
+    return sim::fault_argument("bt-late.", ms) ? std::atoi(ms.c_str()) : 0;
 }
 
 // Queues `run` on the stack's thread after `ms`. Caller holds g_lock.

@@ -6,8 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <dirent.h>
+#include <string>
 
 #include "sim/common/phone.h"
 #include "sim/preload/nodes.h"
@@ -30,17 +29,8 @@ bool refused(size_t bytes) {
 
 __attribute__((constructor)) void read_alloc_fault() {
     if (!preload::is_console_process()) return;
-    DIR *d = opendir(sim::phone_path("faults").c_str());
-    if (!d) return;
-    size_t limit = SIZE_MAX;
-    // readdir64: this library is built without large file offsets, and a 32-bit
-    // readdir fails (EOVERFLOW) on a host file system's 64-bit offsets.
-    while (const dirent64 *e = readdir64(d)) {
-        if (std::strncmp(e->d_name, "alloc.", 6) == 0)
-            limit = std::strtoull(e->d_name + 6, nullptr, 10);
-    }
-    closedir(d);
-    g_limit = limit;
+    std::string limit;
+    if (sim::fault_argument("alloc.", limit)) g_limit = std::strtoull(limit.c_str(), nullptr, 10);
 }
 
 }  // namespace

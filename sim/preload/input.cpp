@@ -7,7 +7,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/input.h>
-#include <poll.h>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -73,26 +72,10 @@ int input_ioctl(int fd, unsigned long request, void *arg) {
 // A device unplugged while the console holds it is gone for good, as with
 // evdev: its FIFO is no longer the one under dev/input/ (unplugged, or
 // plugged in again as a new one), and every read fails with ENODEV.
-//
-// A descriptor closed while the read was on its way in (the readers' stop
-// closes the device, then signals the thread): on the phone that read has
-// already blocked in the kernel, and the signal that follows the close
-// interrupts it (EINTR). It waits that long here too, a second at most,
-// before it fails as a read of a closed descriptor does.
-int closed_while_reading() {
-    struct timespec wait = {1, 0};
-    if (ppoll(nullptr, 0, &wait, nullptr) < 0 && errno == EINTR) return -1;
-    errno = EBADF;
-    return -1;
-}
-
 int input_read_check(int fd) {
-    struct stat held, again, now;
-    if (fstat(fd, &held) != 0) return closed_while_reading();
+    struct stat held, now;
     std::string node = node_name(fd);
-    // Closed while its name was looked up: as closed before the look.
-    if (fstat(fd, &again) != 0 || again.st_ino != held.st_ino) return closed_while_reading();
-    if (!node.empty() &&
+    if (fstat(fd, &held) == 0 && !node.empty() &&
         stat(sim::phone_path("dev/input/" + node).c_str(), &now) == 0 &&
         held.st_dev == now.st_dev && held.st_ino == now.st_ino)
         return 0;

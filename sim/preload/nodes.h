@@ -44,9 +44,6 @@ void add_nodes(const DeviceNode (&nodes)[N]) {
 
 // The node that descriptor `fd` was opened through, or null.
 const DeviceNode *node_of(int fd);
-// The node of a descriptor closed since it was opened through one that checks
-// its reads, or null.
-const DeviceNode *closed_node_of(int fd);
 
 // The stand-in of `path` when it is a phone node (and the node), else false.
 bool map_path(const char *path, std::string &stand_in, const DeviceNode **node = nullptr);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -88,6 +89,26 @@ bool forget_map(void *addr) {
 
 bool release_is_change(const DeviceNode *node) { return node && node->release_is_change; }
 
+// True when `fd` was opened through a node that checks its reads and has
+// been closed since.
+bool closed_node(int fd) {
+    if (fd < 0 || fd >= kMaxFds || g_fd_inodes[fd].load() != kClosed) return false;
+    struct stat st;
+    return fstat(fd, &st) != 0 && errno == EBADF;
+}
+
+// A read of such a descriptor, closed on its way in (the input readers' stop
+// closes the device, then signals the thread): on the phone that read has
+// already blocked in the kernel, and the signal that follows the close
+// interrupts it (EINTR). It waits that long here too, a second at most, before
+// it fails as a read of a closed descriptor does.
+ssize_t closed_while_reading() {
+    struct timespec wait = {1, 0};
+    if (ppoll(nullptr, 0, &wait, nullptr) < 0 && errno == EINTR) return -1;
+    errno = EBADF;
+    return -1;
+}
+
 }  // namespace
 
 void add_nodes(const DeviceNode *nodes, size_t count) {
@@ -99,13 +120,6 @@ const DeviceNode *node_of(int fd) {
     const DeviceNode *node = g_fd_nodes[fd].load();
     if (node && g_fd_inodes[fd].load() != inode_of(fd)) return nullptr;
     return node;
-}
-
-const DeviceNode *closed_node_of(int fd) {
-    if (fd < 0 || fd >= kMaxFds || g_fd_inodes[fd].load() != kClosed) return nullptr;
-    struct stat st;
-    if (fstat(fd, &st) == 0 || errno != EBADF) return nullptr;
-    return g_fd_nodes[fd].load();
 }
 
 bool map_path(const char *path, std::string &stand_in, const DeviceNode **node) {
@@ -341,22 +355,25 @@ MMAP_WRAPPER(mmap64, off64_t)
 
 // A node may fail reads of a descriptor the console holds (a device unplugged
 // under it). What a read brought is dropped when the node fails it afterwards:
-// it was the wake-up that unplugging sends.
+// it was the wake-up that unplugging sends. A read that fails because another
+// thread closed the descriptor, before, during or after the checks, is one
+// that was on its way in when the close came.
 ssize_t read(int fd, void *buf, size_t count) {
     using Fn = ssize_t (*)(int, void *, size_t);
     static Fn real = next<Fn>("read");
     const DeviceNode *node = preload::node_of(fd);
-    if (!node) node = preload::closed_node_of(fd);
-    if (!node || !node->read_check) return real(fd, buf, count);
-    if (node->read_check(fd) != 0) return -1;
-    ssize_t n = real(fd, buf, count);
-    // Data that came, or a descriptor closed between the check and the read:
-    // the node judges both again.
-    if (n >= 0 || errno == EBADF) {
+    if (!node || !node->read_check)
+        return preload::closed_node(fd) ? preload::closed_while_reading() : real(fd, buf, count);
+    ssize_t n = node->read_check(fd) != 0 ? -1 : real(fd, buf, count);
+    if (n >= 0) {
         int saved = errno;
-        if (node->read_check(fd) != 0) return -1;
-        errno = saved;
+        if (node->read_check(fd) != 0)
+            n = -1;
+        else
+            errno = saved;
     }
+    // (A read the stop signal interrupted in the kernel has had its wake-up.)
+    if (n < 0 && errno != EINTR && preload::closed_node(fd)) return preload::closed_while_reading();
     return n;
 }
 

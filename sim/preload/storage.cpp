@@ -53,7 +53,8 @@ void change_first_byte(const char *path) {
 bool preload::storage_open_allowed(const char *path, const char *mode) {
     if (!console_active() || !path || !mode) return true;
     int saved = errno;
-    if (mode[0] == 'w' && sim::fault("usb-create") && in_usb_mount_point(path)) {
+    // The path first: every fopen for writing of the console comes here.
+    if (mode[0] == 'w' && in_usb_mount_point(path) && sim::fault("usb-create")) {
         errno = EROFS;
         return false;
     }

@@ -85,13 +85,21 @@ bool pulled(char letter) {
     return ::stat(sim::phone_path(std::string("usb/sd") + letter).c_str(), &st) != 0;
 }
 
-// True when fault `name` holds for `f`, a file of a mounted stick, or that
-// stick was pulled out. Every fwrite and fread of the console asks: with no
-// stick mounted that costs nothing.
+// True when fault `name` holds for `f`, a file of a mounted stick. Every
+// fwrite, fread and fseek of the console asks: with no stick mounted that
+// costs nothing, and the fault (one stat) is asked before the file's path.
 bool stick_fault(FILE *f, const char *name) {
-    if (g_count.load() == 0) return false;
+    return g_count.load() != 0 && sim::fault(name) && stick_of(f);
+}
+
+// True when `f` is a file of a stick pulled out while mounted. The mounted
+// sticks are asked first (a stat each), the file's path only once one is gone.
+bool on_pulled_stick(FILE *f) {
+    bool any = false;
+    for (int i = 0; i < g_count.load() && !any; ++i) any = pulled(g_mounts[i].letter);
+    if (!any) return false;
     char letter = stick_of(f);
-    return letter && ((name && sim::fault(name)) || pulled(letter));
+    return letter && pulled(letter);
 }
 
 // Keeps the console's errno as it was across our own look-ups.
@@ -104,7 +112,7 @@ struct SavedErrno {
 size_t spoil_once(void *data, size_t size, size_t got, FILE *f) {
     if (!got || !size || g_corrupted.load()) return got;
     SavedErrno saved;
-    if (g_count.load() != 0 && sim::fault("usb-corrupt") && stick_of(f) && !g_corrupted.exchange(true))
+    if (stick_fault(f, "usb-corrupt") && !g_corrupted.exchange(true))
         static_cast<unsigned char *>(data)[0] ^= 0xFF;
     return got;
 }
@@ -112,7 +120,7 @@ size_t spoil_once(void *data, size_t size, size_t got, FILE *f) {
 // fread on a pulled stick: EIO.
 bool read_pulled(FILE *f) {
     SavedErrno saved;
-    if (!stick_fault(f, nullptr)) return false;
+    if (!on_pulled_stick(f)) return false;
     saved.value = EIO;
     return true;
 }
@@ -174,7 +182,7 @@ size_t fwrite(const void *data, size_t size, size_t n, FILE *f) {
     static Fn real = preload::next<Fn>("fwrite");
     {
         SavedErrno saved;
-        if (stick_fault(f, "usb-io")) {
+        if (stick_fault(f, "usb-io") || on_pulled_stick(f)) {
             saved.value = EIO;
             return 0;
         }
@@ -187,7 +195,7 @@ int fseek(FILE *f, long offset, int whence) {
     static Fn real = preload::next<Fn>("fseek");
     {
         SavedErrno saved;
-        if (g_count.load() != 0 && sim::fault("usb-seek") && stick_of(f)) {
+        if (stick_fault(f, "usb-seek")) {
             saved.value = EIO;
             return -1;
         }
