@@ -3,6 +3,7 @@ import os
 import re
 import subprocess
 import sys
+import time
 
 import pexpect
 import pytest
@@ -102,6 +103,17 @@ def phone(tmp_path):
     r = ftsim("new", path)
     assert r.returncode == 0, r.stderr
     return Phone(str(path))
+
+
+def read_until(proc, marker, guard=30):
+    """What a console on a pipe prints, up to and with `marker`."""
+    seen, deadline = "", time.monotonic() + guard
+    while marker not in seen:
+        assert time.monotonic() < deadline, f"no {marker!r} in {seen!r}"
+        chunk = os.read(proc.stdout.fileno(), 4096).decode()
+        assert chunk, f"the console ended before {marker!r}: {seen!r}"
+        seen += chunk
+    return seen
 
 
 def terminal(phone, timeout=10):

@@ -1,11 +1,10 @@
 """The console over a pipe: start-up, the loop's rules, help pages, end of input."""
 import os
 import subprocess
-import time
 
 import pytest
 
-from conftest import BUILD, FTSIM, QUIT, golden, startup, startup_calls, transcript
+from conftest import BUILD, FTSIM, QUIT, golden, read_until, startup, startup_calls, transcript
 
 NOT_VALID = "Not a valid command\n"
 
@@ -105,16 +104,6 @@ def test_phone_scripts_never_read_the_station_lines(phone):
         ("program read hwver", 'HW_VER = "7"\n'), eof=True), 0)
 
 
-def _read_until(proc, marker, deadline):
-    seen = ""
-    while marker not in seen:
-        assert time.monotonic() < deadline, f"no {marker!r} in {seen!r}"
-        chunk = os.read(proc.stdout.fileno(), 4096).decode()
-        assert chunk, f"the console ended before {marker!r}: {seen!r}"
-        seen += chunk
-    return seen
-
-
 DEVICE = "00:11:22:33:44:55 Desk-Phone 5a020c BREDR -60\n"
 
 # (state, setup before the run, lines, output that shows the state, action in it, last line)
@@ -144,7 +133,7 @@ def test_quit_ends_the_console_in_every_state(phone, tmp_path, state, setup, lin
     try:
         proc.stdin.write("".join(line + "\n" for line in lines).encode())
         proc.stdin.flush()
-        out = _read_until(proc, shows, time.monotonic() + 30)
+        out = read_until(proc, shows)
         if action:
             verb, *args = action.split()
             getattr(phone, verb)(*args)

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from conftest import BUILD, FTSIM, ftsim, until
+from conftest import BUILD, FTSIM, ftsim, read_until, until
 
 
 def key(phone):
@@ -69,20 +69,14 @@ def test_interrupt_reaches_only_a_checked_console(phone, console, tmp_path):
     decoy = subprocess.Popen(["sleep", "30"])
     with open(os.path.join(phone.path, "run", "console.pid"), "w") as f:
         f.write(str(decoy.pid))
-    def read_until(text):
-        seen = ""
-        while not seen.endswith(text):
-            seen += os.read(console.proc.stdout.fileno(), 4096).decode()
-        return seen
-
     # Ctrl+C reaches what runs under the console: ping ends early, with its
     # summary, and the prompt comes back. The test runner shares the console's
     # process group on this pipe (as the decoy does), and lives on.
     console.proc.stdin.write("ping 10.8.0.2\n")
     console.proc.stdin.flush()
-    read_until("bytes of data.\n")
+    read_until(console.proc, "bytes of data.\n")
     assert ftsim("interrupt", phone.path).returncode == 0
-    summary = read_until("ft>")
+    summary = read_until(console.proc, "ft>")
     assert re.search(r"^[123] packets transmitted", summary, re.M), summary
     # At the prompt SIGINT has its default action: the console ends.
     assert ftsim("interrupt", phone.path).returncode == 0

@@ -2,11 +2,16 @@
 valgrind finds no definite leak."""
 import os
 import subprocess
+import sys
 import threading
 
 import pytest
 
-from conftest import BUILD, FTSIM
+from conftest import BUILD, FTSIM, REPO
+
+sys.path.insert(0, os.path.join(REPO, "sim"))
+from ftsim import runs  # noqa: E402
+from ftsim.phone import Phone as SimPhone  # noqa: E402
 
 pytestmark = pytest.mark.skipif(BUILD != "host", reason="the soak runs on the native build")
 
@@ -20,26 +25,6 @@ MIX = [
     "section508 1", "section508 0", "loop 1 0 2", "loop 0 0 2", "warn a b c d 1 2 e",
     "program write phonesn " + "w" * 120, " ".join(["w"] * 22), "x" * 300,
 ]
-
-
-def descendants_named(root, name):
-    parents = {}
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{pid}/stat") as f:
-                fields = f.read().rsplit(")", 1)[1].split()
-            with open(f"/proc/{pid}/comm") as f:
-                parents[int(pid)] = (int(fields[1]), f.read().strip())
-        except OSError:
-            pass
-    found = []
-    for pid, (_, comm) in parents.items():
-        p = pid
-        while p in parents and p != root:
-            p = parents[p][0]
-        if p == root and comm == name:
-            found.append(pid)
-    return found
 
 
 def chunk(n):
@@ -78,7 +63,7 @@ def test_100000_commands_keep_descriptors_and_memory(phone):
     samples = []
     for line in proc.stdout:
         if line.startswith("CONFIGDATA_HAND_TX_GAIN = "):
-            samples.append(snapshot(descendants_named(proc.pid, "ft")[0]))
+            samples.append(snapshot(runs.current(SimPhone(phone.path)).pid))
             sampled.set()
     writer.join()
     assert proc.wait(60) == 0
